@@ -1,0 +1,21 @@
+/* The one clock of the module and the base library: every read of the current
+ * time goes through kx_now(), which a daemon or a test can replace. */
+#ifndef KX_CLOCK_H
+#define KX_CLOCK_H
+
+#include <time.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The current time, from the installed clock (`time` by default). */
+time_t kx_now(void);
+
+/* Replace the clock; NULL restores `time`. */
+void RsvMod_setClock(time_t (*now)(void));
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,46 @@
+/* Date helpers of the scheduler's base library.
+ *
+ * A date integer is year * 10000 + month * 100 + day, with the month 0..11 as
+ * localtime gives it (so 1 March 2026 is 20260201). All calendar work is in
+ * local time. */
+#ifndef KX_DATES_H
+#define KX_DATES_H
+
+#include <time.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Parse a recurring time point: "H", "H:M" (daily; *day = 0) or "D:H:M"
+ * (weekly; D 0..7, 0 and 7 both Sunday and returned as 7). H is 0..23, or 24
+ * with minute 0; M is 0..59. Digits only: no blanks, signs or empty parts.
+ * On success *hour = H + M / 60 and 0 is returned; otherwise a negative value
+ * and the outputs are untouched. */
+int parse_time(const char *text, float *hour, int *day);
+
+/* As parse_time, but the minute and whole hour come back separately. */
+int parse_time_ex(const char *text, float *minute, float *hour, int *day);
+
+/* The local date integer of time t. */
+int getNowday(time_t t);
+
+/* The date integer n days after `date` (n may be negative), right across
+ * month and year ends and daylight-saving changes. */
+int nextDays(int date, int n);
+
+/* "Www Mmm D YYYY" (for example "Fri Jan 9 2026") in a static buffer
+ * overwritten by the next call. */
+char *intToDate(int date);
+
+/* The date integer of (year, month 0..11, day of month). */
+int dateToInt(int year, int mon, int mday);
+
+/* The number of Sunday-to-Saturday weeks that the dates start..end span, both
+ * ends included (1 when both lie in one week; 0 when end is before start). */
+int evalNumWeeks(int startDate, int endDate);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

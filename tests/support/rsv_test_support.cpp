@@ -1,0 +1,468 @@
+#include "rsv_test_support.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace rsvtest {
+
+FakeDaemon *FakeDaemon::current_ = nullptr;
+
+FakeDaemon::FakeDaemon()
+{
+    current_ = this;
+    h_initTab_(&nameTable_, 37);
+    services.allocZeroed = &FakeDaemon::allocZeroed;
+    services.dupString = &FakeDaemon::dupString;
+    services.findJob = &FakeDaemon::findJob;
+    services.findHost = &FakeDaemon::findHost;
+    services.officialHostName = &FakeDaemon::officialHostName;
+    services.rsvNameTable = &FakeDaemon::rsvNameTable;
+    services.maxRsvPerOwner = &FakeDaemon::maxRsvPerOwner;
+    RsvMod_init(&services);
+    RsvId_clearTbl();
+    qob_errno = 0;
+}
+
+static void freeNameEntry(void *value)
+{
+    auto *ent = static_cast<RsvEnt *>(value);
+    RsvEnt_destroy(ent);
+    free(ent);
+}
+
+FakeDaemon::~FakeDaemon()
+{
+    h_freeTab_(&nameTable_, freeNameEntry);
+    for (auto &[name, host] : hosts_)
+        delete host;
+    for (auto &[id, job] : jobs_)
+        delete job;
+    for (auto *list : execHostLists_)
+        delete list;
+    RsvId_clearTbl();
+    if (current_ == this)
+        current_ = nullptr;
+}
+
+RsvHost *FakeDaemon::addHost(const std::string &name, int maxSlots, int numCpus,
+                             const std::vector<std::string> &aliases)
+{
+    auto *host = new Host;
+    host->rec.maxSlots = maxSlots;
+    host->rec.numCpus = numCpus < 0 ? maxSlots : numCpus;
+    host->rec.status = RSV_HOST_STATUS_FLAGGED;
+    host->aliases = aliases;
+    removeHost(name);
+    hosts_[name] = host;
+    return &host->rec;
+}
+
+void FakeDaemon::removeHost(const std::string &name)
+{
+    auto it = hosts_.find(name);
+    if (it != hosts_.end()) {
+        delete it->second;
+        hosts_.erase(it);
+    }
+}
+
+RsvHost *FakeDaemon::host(const std::string &name)
+{
+    auto it = hosts_.find(name);
+    return it == hosts_.end() ? nullptr : &it->second->rec;
+}
+
+RsvJob *FakeDaemon::addJob(int64_t jobId, int status, const std::vector<RsvHost *> &execHosts)
+{
+    auto *list = new std::vector<RsvHost *>(execHosts);
+    execHostLists_.push_back(list);
+    auto *job = new RsvJob{};
+    job->jobId = jobId;
+    job->status = status;
+    job->numExecHosts = static_cast<int>(list->size());
+    job->execHosts = list->empty() ? nullptr : list->data();
+    delete jobs_[jobId];
+    jobs_[jobId] = job;
+    return job;
+}
+
+void FakeDaemon::failAfter(int n)
+{
+    failAfter_ = n;
+    allocCount_ = 0;
+}
+
+void FakeDaemon::clearFindJob()
+{
+    services.findJob = nullptr;
+    RsvMod_init(&services);
+}
+
+bool FakeDaemon::allocAllowed()
+{
+    ++allocCount_;
+    return failAfter_ < 0 || allocCount_ <= failAfter_;
+}
+
+void *FakeDaemon::allocZeroed(int count, size_t size, const char *)
+{
+    if (current_ && !current_->allocAllowed())
+        return nullptr;
+    if (count <= 0 || size == 0)
+        return calloc(1, 1);
+    return calloc(static_cast<size_t>(count), size);
+}
+
+char *FakeDaemon::dupString(const char *text)
+{
+    if (current_ && !current_->allocAllowed())
+        return nullptr;
+    return strdup(text ? text : "");
+}
+
+RsvJob *FakeDaemon::findJob(int64_t jobId)
+{
+    if (!current_)
+        return nullptr;
+    auto it = current_->jobs_.find(jobId);
+    return it == current_->jobs_.end() ? nullptr : it->second;
+}
+
+RsvHost *FakeDaemon::findHost(const char *name)
+{
+    if (!current_ || !name)
+        return nullptr;
+    for (auto &[official, host] : current_->hosts_) {
+        if (official == name)
+            return &host->rec;
+        for (auto &alias : host->aliases)
+            if (alias == name)
+                return &host->rec;
+    }
+    return nullptr;
+}
+
+char *FakeDaemon::officialHostName(const char *name)
+{
+    if (!current_ || !name)
+        return nullptr;
+    for (auto &[official, host] : current_->hosts_) {
+        bool match = official == name;
+        for (auto &alias : host->aliases)
+            match = match || alias == name;
+        if (match)
+            return strdup(official.c_str());
+    }
+    return nullptr;
+}
+
+HashTab *FakeDaemon::rsvNameTable()
+{
+    return current_ ? &current_->nameTable_ : nullptr;
+}
+
+int FakeDaemon::maxRsvPerOwner()
+{
+    return current_ ? current_->maxPerOwner_ : 100;
+}
+
+time_t PinnedClock::now_ = 0;
+
+PinnedClock::PinnedClock(time_t t)
+{
+    now_ = t;
+    RsvMod_setClock(&PinnedClock::now);
+}
+
+PinnedClock::~PinnedClock()
+{
+    RsvMod_setClock(nullptr);
+}
+
+ScopedTz::ScopedTz(const char *zone)
+{
+    if (const char *old = getenv("TZ")) {
+        old_ = old;
+        hadOld_ = true;
+    }
+    setenv("TZ", zone, 1);
+    tzset();
+}
+
+ScopedTz::~ScopedTz()
+{
+    if (hadOld_)
+        setenv("TZ", old_.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
+}
+
+time_t localTime(int year, int month, int day, int hour, int minute, int second)
+{
+    struct tm tm {};
+    tm.tm_year = year - 1900;
+    tm.tm_mon = month - 1;
+    tm.tm_mday = day;
+    tm.tm_hour = hour;
+    tm.tm_min = minute;
+    tm.tm_sec = second;
+    tm.tm_isdst = -1;
+    return mktime(&tm);
+}
+
+LogCapture *LogCapture::current_ = nullptr;
+
+LogCapture::LogCapture()
+{
+    current_ = this;
+    previous_ = kx_setLogSink(&LogCapture::sink);
+}
+
+LogCapture::~LogCapture()
+{
+    kx_setLogSink(previous_);
+    current_ = nullptr;
+}
+
+void LogCapture::sink(int level, const char *line)
+{
+    if (current_)
+        current_->lines_.push_back({level, line ? line : ""});
+}
+
+bool LogCapture::contains(const std::string &fragment) const
+{
+    for (auto &l : lines_)
+        if (l.text.find(fragment) != std::string::npos)
+            return true;
+    return false;
+}
+
+bool LogCapture::contains(int level, const std::string &fragment) const
+{
+    for (auto &l : lines_)
+        if (l.level == level && l.text.find(fragment) != std::string::npos)
+            return true;
+    return false;
+}
+
+TempDir::TempDir()
+{
+    const char *base = getenv("TMPDIR");
+    std::string templ = std::string(base && *base ? base : "/tmp") + "/rsvtest.XXXXXX";
+    std::vector<char> buf(templ.begin(), templ.end());
+    buf.push_back('\0');
+    if (!mkdtemp(buf.data()))
+        throw std::runtime_error("mkdtemp failed");
+    path_ = buf.data();
+}
+
+static void removeTree(const std::string &path)
+{
+    if (DIR *dir = opendir(path.c_str())) {
+        while (struct dirent *de = readdir(dir)) {
+            std::string name = de->d_name;
+            if (name == "." || name == "..")
+                continue;
+            std::string child = path + "/" + name;
+            struct stat st {};
+            if (lstat(child.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+                removeTree(child);
+            else
+                unlink(child.c_str());
+        }
+        closedir(dir);
+    }
+    rmdir(path.c_str());
+}
+
+TempDir::~TempDir()
+{
+    removeTree(path_);
+}
+
+std::string readFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+bool fileExists(const std::string &path)
+{
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0;
+}
+
+void writeFile(const std::string &path, const std::string &contents)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << contents;
+}
+
+static char *heapCopy(const std::string &s)
+{
+    return strdup(s.c_str());
+}
+
+static void fillReq(RsvReq &req, int options, const std::string &owner, int minProcs, int maxProcs,
+                    const std::vector<std::string> &hosts, const std::string &timeWindow, const char *description)
+{
+    req.options = options;
+    req.name = heapCopy(owner);
+    req.minNumProcs = minProcs;
+    req.maxNumProcs = maxProcs;
+    req.numAskedHosts = static_cast<int>(hosts.size());
+    req.askedHosts = hosts.empty() ? nullptr : static_cast<char **>(calloc(hosts.size(), sizeof(char *)));
+    for (size_t i = 0; i < hosts.size(); ++i)
+        req.askedHosts[i] = heapCopy(hosts[i]);
+    req.timeWindow = heapCopy(timeWindow);
+    req.description = description ? heapCopy(description) : nullptr;
+}
+
+static void freeReq(RsvReq &req)
+{
+    free(req.name);
+    for (int i = 0; i < req.numAskedHosts; ++i)
+        free(req.askedHosts[i]);
+    free(req.askedHosts);
+    free(req.timeWindow);
+    free(req.description);
+    free(req.rsvId);
+    req = RsvReq{};
+}
+
+OwnedReq::OwnedReq(int options, const std::string &owner, int minProcs, int maxProcs,
+                   const std::vector<std::string> &hosts, const std::string &timeWindow, const char *description)
+{
+    fillReq(req, options, owner, minProcs, maxProcs, hosts, timeWindow, description);
+}
+
+OwnedReq::~OwnedReq()
+{
+    freeReq(req);
+}
+
+OwnedModReq::OwnedModReq(const std::string &rsvId, int options, int minProcs, int maxProcs,
+                         const std::vector<std::string> &hosts, const std::string &timeWindow,
+                         const char *description)
+{
+    mod.rsvId = heapCopy(rsvId);
+    fillReq(mod.req, options, "", minProcs, maxProcs, hosts, timeWindow, description);
+}
+
+OwnedModReq::~OwnedModReq()
+{
+    free(mod.rsvId);
+    freeReq(mod.req);
+}
+
+std::string oneOff(time_t start, time_t end)
+{
+    return std::to_string(static_cast<long long>(start)) + "-" + std::to_string(static_cast<long long>(end));
+}
+
+ResPlanner *findPlanner(RsvTimeTbl *tbl, const std::string &host, const RsvWeek &week)
+{
+    HashEnt *he = h_getEnt_(&tbl->plannerLists, host.c_str());
+    if (!he || !he->value)
+        return nullptr;
+    RsvWeek w = week;
+    return reinterpret_cast<ResPlanner *>(listSearchEntry(static_cast<List *>(he->value), &w, ResPlanner_equal, 0));
+}
+
+static std::string weekText(const RsvWeek &w)
+{
+    std::ostringstream out;
+    out << w.startYear << "/" << w.startMonth << "/" << w.startDay;
+    return out.str();
+}
+
+static ::testing::AssertionResult comparePlanners(const std::string &host, const ResPlanner *a, const ResPlanner *b)
+{
+    for (int d = 0; d < RSV_PLANNER_DAYS; ++d)
+        for (int s = 0; s < RSV_PLANNER_SLOTS_PER_DAY; ++s)
+            if (a->slots[d][s].reserved != b->slots[d][s].reserved)
+                return ::testing::AssertionFailure()
+                       << "host " << host << " week " << weekText(a->week) << " day " << d << " slot " << s
+                       << ": " << a->slots[d][s].reserved << " vs " << b->slots[d][s].reserved;
+    return ::testing::AssertionSuccess();
+}
+
+::testing::AssertionResult plannersEqual(RsvTimeTbl *a, RsvTimeTbl *b)
+{
+    HashIter it;
+    for (HashEnt *he = h_firstEnt_(&a->plannerLists, &it); he; he = h_nextEnt_(&it)) {
+        List *la = static_cast<List *>(he->value);
+        HashEnt *hb = h_getEnt_(&b->plannerLists, he->key);
+        for (ListEntry *e = la->forw; e != reinterpret_cast<ListEntry *>(la); e = e->forw) {
+            auto *pa = reinterpret_cast<ResPlanner *>(e);
+            ResPlanner *pb = nullptr;
+            if (hb) {
+                RsvWeek w = pa->week;
+                pb = reinterpret_cast<ResPlanner *>(
+                    listSearchEntry(static_cast<List *>(hb->value), &w, ResPlanner_equal, 0));
+            }
+            bool emptyA = true;
+            for (int d = 0; d < RSV_PLANNER_DAYS && emptyA; ++d)
+                for (int s = 0; s < RSV_PLANNER_SLOTS_PER_DAY; ++s)
+                    if (pa->slots[d][s].reserved != 0) {
+                        emptyA = false;
+                        break;
+                    }
+            if (!pb) {
+                if (emptyA)
+                    continue;
+                return ::testing::AssertionFailure()
+                       << "host " << he->key << " week " << weekText(pa->week) << " missing in the second table";
+            }
+            auto r = comparePlanners(he->key, pa, pb);
+            if (!r)
+                return r;
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+::testing::AssertionResult plannersMatchRebooking(RsvTimeTbl *tbl)
+{
+    // A scratch table with the same weeks per host, all empty, then every
+    // reservation booked again exactly as the module books it.
+    RsvTimeTbl *fresh = RsvTimeTbl_new(nullptr);
+    HashIter it;
+    for (HashEnt *he = h_firstEnt_(&tbl->plannerLists, &it); he; he = h_nextEnt_(&it)) {
+        List *real = static_cast<List *>(he->value);
+        List *list = RsvTimeTbl_getPlannerList(fresh, he->key);
+        for (ListEntry *e = real->forw; e != reinterpret_cast<ListEntry *>(real); e = e->forw) {
+            auto *p = reinterpret_cast<ResPlanner *>(e);
+            if (p->week.startYear == 0)
+                continue;
+            listInsertEntryAtBack(list, &ResPlanner_new(he->key, &p->week)->links);
+        }
+    }
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &it); he; he = h_nextEnt_(&it)) {
+        auto *ent = static_cast<RsvEnt *>(he->value);
+        for (int i = 0; i < ent->numHosts; ++i) {
+            const AllocElem &el = ent->allocVector[i];
+            if (!el.hostName)
+                continue;
+            List *list = RsvTimeTbl_getPlannerList(fresh, el.hostName);
+            ResPlannerList_map(list, fresh, el.hostName, ent->timeWindow, ent->options & RSV_OPT_RECURRING,
+                               ResPlannerEnt_incr, el.numSlots, 1, ent);
+        }
+    }
+    auto forward = plannersEqual(tbl, fresh);
+    auto backward = forward ? plannersEqual(fresh, tbl) : forward;
+    RsvTimeTbl_free(fresh);
+    return backward;
+}
+
+} // namespace rsvtest

@@ -1,16 +1,135 @@
-// STUB: generated placeholder; replace each function with its implementation.
+// The state file: one reservation record per line, rewritten in full after
+// every change, and read back line by line at start-up.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
 #include "rsv_internal.h"
+
+namespace {
+
+// Owns a stdio stream.
+struct FileCloser {
+    void operator()(FILE *fp) const noexcept { std::fclose(fp); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+void destroyEntry(RsvEnt *ent)
+{
+    RsvEnt_destroy(ent);
+    std::free(ent);
+}
+
+} // namespace
 
 extern "C" {
 
+/* Rewrite the table's state file from its entries, one record per line in
+ * table order, entries keyed with '@' left out, then rewrite the id file.
+ * When the state file cannot be opened, message 6105 is logged and neither
+ * file is touched. An entry whose record cannot be built is logged and its
+ * line left out, so the file stays readable. */
 void RsvTimeTbl_logStat(RsvTimeTbl *tbl)
 {
-    (void)tbl;
+    if (rsv::logOn(LC_RSV | LC_TRACE))
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", __func__);
+    if (!tbl)
+        return;
+    const char *name = tbl->stateFile ? tbl->stateFile : "";
+    FilePtr fp(std::fopen(name, "w"));
+    if (!fp) {
+        kx_syslog(KX_LOG_ERR, kx_catgets(kx_catd, rsv::kCatSetRsv, 6105, "%s: failed to open %s for writing"),
+                  __func__, name);
+        return;
+    }
+    HashIter iter;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+        if (std::strchr(he->key, '@'))
+            continue;
+        rsv::CPtr<char> record(RsvEnt_ToString(static_cast<const RsvEnt *>(he->value)));
+        if (!record) {
+            kx_syslog(KX_LOG_ERR, "%s: reservation <%s> could not be written to %s; its line is left out",
+                      __func__, he->key, name);
+            continue;
+        }
+        // One flush per line: after a crash in the middle of the walk the
+        // file holds whole records up to the last one written.
+        std::fprintf(fp.get(), "%s\n", record.get());
+        std::fflush(fp.get());
+    }
+    fp.reset();
+    RsvTimeTbl_logId(tbl);
 }
 
+/* Start-up in one call: load the id file, then rebuild every record of the
+ * state file into the table (booking its hosts). Returns the number of
+ * reservations put into the table, 0 when there is no state file yet, or -1
+ * when the state file exists but cannot be opened (the id counters are loaded
+ * all the same). A rejected line is logged with its line number and skipped;
+ * *numRejected (when not NULL) receives their count. */
 int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
 {
-    (void)tbl; (void)numRejected; return {};
+    if (numRejected)
+        *numRejected = 0;
+    if (!tbl)
+        return -1;
+    initRsvIdTbl(tbl->idFile);
+
+    const char *name = tbl->stateFile ? tbl->stateFile : "";
+    FilePtr fp(std::fopen(name, "r"));
+    if (!fp) {
+        if (errno == ENOENT) {
+            if (rsv::logOn(LC_FILE))
+                kx_syslog(KX_LOG_DEBUG, "%s: no state file <%s>; starting with no reservations", __func__, name);
+            return 0;
+        }
+        kx_syslog(KX_LOG_ERR, "%s: failed to open %s for reading: %s", __func__, name, std::strerror(errno));
+        return -1;
+    }
+
+    int restored = 0;
+    int rejected = 0;
+    int lineNo = 0;
+    char *raw = nullptr;
+    size_t cap = 0;
+    ssize_t len;
+    while ((len = getline(&raw, &cap, fp.get())) >= 0) {
+        ++lineNo;
+        if (len > 0 && raw[len - 1] == '\n')
+            raw[--len] = '\0';
+        if (len == 0)
+            continue;
+        // A line holding a NUL byte is no record, whatever its first part says.
+        RsvEnt *ent = std::strlen(raw) == static_cast<size_t>(len) ? RsvEnt_newByString(raw) : nullptr;
+        if (!ent) {
+            ++rejected;
+            kx_syslog(KX_LOG_ERR, "%s: line %d of %s rejected", __func__, lineNo, name);
+            continue;
+        }
+        if (h_getEnt_(&tbl->entries, ent->rsvId)) {
+            // A second record of one identifier would book its hosts twice and
+            // orphan the first entry: the first record wins.
+            ++rejected;
+            kx_syslog(KX_LOG_ERR, "%s: line %d of %s rejected: reservation <%s> is already loaded", __func__,
+                      lineNo, name, ent->rsvId);
+            destroyEntry(ent);
+            continue;
+        }
+        RsvTimeTbl_restoreEntry(tbl, ent);
+        HashEnt *he = h_getEnt_(&tbl->entries, ent->rsvId);
+        if (he && he->value == ent) {
+            ++restored;
+        } else {
+            // An entry with no hosts only advances its owner's counter.
+            kx_syslog(KX_LOG_WARNING, "%s: line %d of %s: reservation <%s> holds no hosts and is dropped",
+                      __func__, lineNo, name, ent->rsvId);
+            destroyEntry(ent);
+        }
+    }
+    std::free(raw);
+    if (numRejected)
+        *numRejected = rejected;
+    return restored;
 }
 
 } // extern "C"

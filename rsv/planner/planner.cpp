@@ -1,61 +1,337 @@
-// STUB: generated placeholder; replace each function with its implementation.
+// planner.cpp: the weekly capacity book of one host (7 days x 144 ten-minute
+// cells) and the cell operations that every booking, release and query ends in.
+#include <cstdio>
+#include <cstring>
+
 #include "rsv_internal.h"
+
+namespace {
+
+constexpr int kDays = RSV_PLANNER_DAYS;
+constexpr int kSlotsPerDay = RSV_PLANNER_SLOTS_PER_DAY;
+constexpr int kSlotsPerHour = 6;
+constexpr int kMinutesPerHour = 60;
+// Added to an end minute before the division so that an end time rounds up to
+// the next slot boundary (12:01 ends after slot 72, 12:00 before it).
+constexpr float kEndMinuteRoundUp = 9.0f;
+
+// Scratch sizes: the planner name buffer and the longest window text taken.
+constexpr size_t kPlannerNameSize = 512;
+constexpr size_t kWindowTextSize = 256;
+
+constexpr const char *kWholeWeek = "0:0:0-0:0:0";
+// An open end of a planner window: the week's first or last moment.
+constexpr const char *kOpenEnd = "0:0:0";
+
+// One end of a planner window, after parsing.
+struct WindowPoint {
+    int day = 0;        // 0 = none (daily window), 1..6, 7 = Sunday
+    float hour = 0.0f;  // whole hour
+    float minute = 0.0f;
+    int slot = 0;       // 0..144
+};
+
+int clampSlot(int slot)
+{
+    return slot < 0 ? 0 : (slot > kSlotsPerDay ? kSlotsPerDay : slot);
+}
+
+int slotOf(float hour, float minute)
+{
+    const int h = static_cast<int>(hour);
+    const int m = static_cast<int>(minute);
+    return clampSlot(h * kSlotsPerHour + (m * kSlotsPerHour) / kMinutesPerHour);
+}
+
+// Parse D:H:M or H:M; false when the text is not a time point.
+bool parsePoint(const char *text, bool isEnd, WindowPoint &point)
+{
+    float minute = 0.0f;
+    float hour = 0.0f;
+    int day = 0;
+    if (parse_time_ex(text, &minute, &hour, &day) < 0)
+        return false;
+    if (day < 0 || day > 7)
+        return false;
+    point.day = day;
+    point.hour = hour;
+    point.minute = minute;
+    point.slot = slotOf(hour, isEnd ? minute + kEndMinuteRoundUp : minute);
+    return true;
+}
+
+// Apply `op` to cells [from, to) of one day. The three cell operations of the
+// module get direct loops, which give exactly what calling them per cell gives;
+// any other operation is called once per cell in slot order.
+void applyRange(ResPlanner *planner, int day, int from, int to, ResPlannerOp op, int64_t arg)
+{
+    if (day < 0 || day >= kDays)
+        return;
+    from = clampSlot(from);
+    to = clampSlot(to);
+    if (from >= to)
+        return;
+    ResPlannerEnt *row = planner->slots[day];
+    if (op == &ResPlannerEnt_incr) {
+        const int n = static_cast<int>(arg);
+        for (int s = from; s < to; ++s)
+            row[s].reserved = static_cast<int>(static_cast<int64_t>(row[s].reserved) + n);
+    } else if (op == &ResPlannerEnt_decr) {
+        const int n = static_cast<int>(arg);
+        for (int s = from; s < to; ++s)
+            row[s].reserved = static_cast<int>(static_cast<int64_t>(row[s].reserved) - n);
+    } else if (op == &ResPlannerEnt_getMaxRsv) {
+        int *acc = reinterpret_cast<int *>(static_cast<intptr_t>(arg));
+        if (!acc)
+            return;
+        int best = *acc;
+        for (int s = from; s < to; ++s)
+            if (row[s].reserved > best)
+                best = row[s].reserved;
+        *acc = best;
+    } else {
+        for (int s = from; s < to; ++s)
+            op(&row[s], arg);
+    }
+}
+
+bool listHasElements(const List *list)
+{
+    return list && list->forw != reinterpret_cast<const ListEntry *>(list);
+}
+
+} // namespace
 
 extern "C" {
 
+// A new planner of `hostName` for `week` (copied; NULL is the zero week) with
+// every cell at 0 and its name "Resource Weekly Planner for host <host>".
+// Owned by the caller (ResPlanner_destroy); NULL when memory runs out, with
+// nothing left allocated.
 ResPlanner *ResPlanner_new(const char *hostName, const RsvWeek *week)
 {
-    (void)hostName; (void)week; return {};
+    auto *planner = static_cast<ResPlanner *>(miscFuncs.allocZeroed(1, sizeof(ResPlanner), "ResPlanner_new"));
+    if (!planner)
+        return nullptr;
+    // Host names are far shorter than the buffer; a longer one only shortens
+    // the planner's name, which nothing looks up.
+    char name[kPlannerNameSize];
+    std::snprintf(name, sizeof name, "Resource Weekly Planner for host <%s>", hostName ? hostName : "");
+    planner->plannerName = miscFuncs.dupString(name);
+    if (!planner->plannerName) {
+        std::free(planner);
+        return nullptr;
+    }
+    planner->week = week ? *week : rsvWeekRecur;
+    return planner;
 }
 
+// Free the planner's name and the planner itself. NULL is ignored.
 void ResPlanner_destroy(ResPlanner *planner)
 {
-    (void)planner;
+    if (!planner)
+        return;
+    std::free(planner->plannerName);
+    std::free(planner);
 }
 
+// Apply `op` with `arg` to every cell that `timeWindow` covers in the planner's
+// week: the whole-week literal "0:0:0-0:0:0", a daily window H:M-H:M, or a
+// weekly/dated window D:H:M-D:H:M whose "0:0:0" ends stand for the week's
+// beginning and end. On a dated planner the days on which an occurrence of the
+// recurring reservation `rsv` is disabled are skipped. Nothing is reported: a
+// text that is not a window changes no cell.
 void ResPlanner_map(ResPlanner *planner, const char *timeWindow, ResPlannerOp op, int64_t arg, RsvEnt *rsv)
 {
-    (void)planner; (void)timeWindow; (void)op; (void)arg; (void)rsv;
+    if (!planner || !timeWindow || !op)
+        return;
+    // Split into a bounded scratch copy; no window text comes near its size,
+    // so a longer text is not a window and changes nothing.
+    char text[kWindowTextSize];
+    const size_t length = std::strlen(timeWindow);
+    if (length >= sizeof text)
+        return;
+    std::memcpy(text, timeWindow, length + 1);
+
+    WindowPoint start;
+    WindowPoint end;
+    if (std::strcmp(text, kWholeWeek) == 0) {
+        start.day = 0;
+        start.slot = 0;
+        end.day = 6;
+        end.slot = kSlotsPerDay;
+    } else {
+        char *dash = std::strchr(text, '-');
+        if (!dash)
+            return;
+        *dash = '\0';
+        const char *startText = text;
+        const char *endText = dash + 1;
+        if (std::strcmp(startText, kOpenEnd) == 0) {
+            start.day = 0;
+            start.slot = 0;
+        } else if (!parsePoint(startText, false, start)) {
+            return;
+        }
+        if (std::strcmp(endText, kOpenEnd) == 0) {
+            end.day = 6;
+            end.slot = kSlotsPerDay;
+        } else if (!parsePoint(endText, true, end)) {
+            return;
+        }
+    }
+
+    const bool daily = start.day == 0 && end.day == 0;
+    bool wraps = false;
+    if (daily) {
+        wraps = start.hour > end.hour || (start.hour == end.hour && start.minute > end.minute);
+        // The rounded-up end of a wrapping window must not run into its start.
+        if (wraps && start.slot < end.slot)
+            end.slot = start.slot;
+    }
+
+    int thisWeek[kDays] = {0, 0, 0, 0, 0, 0, 0};
+    int previousWeek[kDays] = {0, 0, 0, 0, 0, 0, 0};
+    // Disabled days exist only for dated weeks of recurring reservations; the
+    // zero-week planner stands for every week and is never thinned out.
+    if (planner->week.startYear != 0 && rsv && (rsv->options & RSV_OPT_RECURRING) &&
+        listHasElements(rsv->disabledDurations)) {
+        getDisabledDaysInWeek(&planner->week, rsv, thisWeek);
+        getDisabledDaysInPreviousWeek(&planner->week, rsv, previousWeek);
+    }
+
+    if (daily) {
+        for (int d = 0; d < kDays; ++d) {
+            if (!wraps) {
+                if (!thisWeek[d])
+                    applyRange(planner, d, start.slot, end.slot, op, arg);
+                continue;
+            }
+            // Evening of the occurrence that starts on day d.
+            if (!thisWeek[d])
+                applyRange(planner, d, start.slot, kSlotsPerDay, op, arg);
+            // Morning of the occurrence that started the day before.
+            const bool dayBeforeDisabled = d > 0 ? thisWeek[d - 1] != 0 : previousWeek[6] != 0;
+            if (!dayBeforeDisabled)
+                applyRange(planner, d, 0, end.slot, op, arg);
+        }
+        return;
+    }
+
+    // Days 7 and 0 both mean Sunday in a window with days.
+    const int startDay = start.day % 7;
+    const int endDay = end.day % 7;
+    auto applyDay = [&](int d) {
+        const int from = d == startDay ? start.slot : 0;
+        const int to = d == endDay ? end.slot : kSlotsPerDay;
+        applyRange(planner, d, from, to, op, arg);
+    };
+
+    if (startDay <= endDay) {
+        if (thisWeek[startDay])
+            return;
+        for (int d = startDay; d <= endDay; ++d)
+            applyDay(d);
+        return;
+    }
+
+    // The window runs past Saturday: from the start day on it is this week's
+    // occurrence, from Sunday to the end day the previous week's.
+    int d = thisWeek[startDay] ? 0 : startDay;
+    do {
+        if (d == 0 && previousWeek[startDay])
+            break;
+        applyDay(d);
+        d = (d + 1) % 7;
+    } while (d != endDay + 1);
 }
 
+// Book every recurring reservation's slots on `hostName` (exact, case-sensitive
+// match of the allocation's host name) into `planner`, in the table's entry
+// order. A dated planner made after those reservations thus starts with them.
 void ResPlanner_addRecurs(ResPlanner *planner, RsvTimeTbl *tbl, const char *hostName)
 {
-    (void)planner; (void)tbl; (void)hostName;
+    if (!planner || !tbl || !hostName)
+        return;
+    HashIter iter;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+        auto *ent = static_cast<RsvEnt *>(he->value);
+        if (!ent || !(ent->options & RSV_OPT_RECURRING) || !ent->allocVector)
+            continue;
+        for (int i = 0; i < ent->numHosts; ++i) {
+            const AllocElem &elem = ent->allocVector[i];
+            if (elem.hostName && std::strcmp(elem.hostName, hostName) == 0)
+                ResPlanner_map(planner, ent->timeWindow, ResPlannerEnt_incr, elem.numSlots, ent);
+        }
+    }
 }
 
+// List search predicate: non-zero when the planner covers `week` (an RsvWeek).
 int ResPlanner_equal(void *planner, void *week, int ignored)
 {
-    (void)planner; (void)week; (void)ignored; return {};
+    (void)ignored;
+    if (!planner || !week)
+        return 0;
+    return RsvWeek_equal(&static_cast<ResPlanner *>(planner)->week, static_cast<const RsvWeek *>(week));
 }
 
+// List search predicate for the trim step: always 0. Dated planners are kept for
+// the life of the table, because recurring bookings and later queries on past
+// weeks must find the counts they left; a daemon relies on nothing being trimmed.
 int ResPlanner_isOutdated(void *planner, void *week, int ignored)
 {
-    (void)planner; (void)week; (void)ignored; return {};
+    (void)planner;
+    (void)week;
+    (void)ignored;
+    return 0;
 }
 
+// Add n (a 32-bit count) to the cell; returns the new count.
 int64_t ResPlannerEnt_incr(ResPlannerEnt *cell, int64_t n)
 {
-    (void)cell; (void)n; return {};
+    if (!cell)
+        return 0;
+    cell->reserved = static_cast<int>(static_cast<int64_t>(cell->reserved) + static_cast<int>(n));
+    return cell->reserved;
 }
 
+// Subtract n from the cell; returns n, not the new count. The asymmetry with
+// ResPlannerEnt_incr is kept on purpose: no caller reads it, and a daemon may
+// have been written against it.
 int64_t ResPlannerEnt_decr(ResPlannerEnt *cell, int64_t n)
 {
-    (void)cell; (void)n; return {};
+    if (!cell)
+        return n;
+    cell->reserved = static_cast<int>(static_cast<int64_t>(cell->reserved) - static_cast<int>(n));
+    return n;
 }
 
+// `accumulator` is (int64_t)(intptr_t)&acc for an int acc; acc becomes the
+// larger of acc and the cell's count (a tie keeps acc). Returns the new acc.
 int64_t ResPlannerEnt_getMaxRsv(ResPlannerEnt *cell, int64_t accumulator)
 {
-    (void)cell; (void)accumulator; return {};
+    int *acc = reinterpret_cast<int *>(static_cast<intptr_t>(accumulator));
+    if (!acc)
+        return 0;
+    if (cell && cell->reserved > *acc)
+        *acc = cell->reserved;
+    return *acc;
 }
 
+// Destroy a planner list and every planner in it (freePlanner_t). NULL is
+// ignored.
 void freePlanner(List *plannerList)
 {
-    (void)plannerList;
+    if (plannerList)
+        listDestroy(plannerList, freePlanner_t);
 }
 
+// Free one planner record, but not its name: the planner lists of a temporary
+// table are byte copies (listDup) whose names are the real planners' names, so
+// freeing them here would free the real table's names. NULL is ignored.
 void freePlanner_t(void *planner)
 {
-    (void)planner;
+    std::free(planner);
 }
 
 } // extern "C"

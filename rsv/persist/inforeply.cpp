@@ -1,26 +1,263 @@
-// STUB: generated placeholder; replace each function with its implementation.
+// The information reply: a self-contained copy of every reservation of the
+// table, with each host's capacity and how many of the reservation's jobs run
+// there, and the one-line text of a reservation request.
+#include <cstdio>
+#include <cstring>
+
 #include "rsv_internal.h"
+
+namespace rsv {
+
+// Allocator of the disabled-duration text arrays. The array comes from the
+// C library's calloc; a test swaps this pointer to exhaust it.
+void *(*infoReplyCalloc)(size_t count, size_t size) = std::calloc;
+
+} // namespace rsv
+
+namespace {
+
+constexpr const char *kFn = "RsvTimeTbl_ToRsvInfoReply";
+
+// Status bits of a job that holds slots on its execution hosts.
+constexpr int kRunningLikeStatus = 0x2 | 0x4 | 0x8 | 0x10;
+
+constexpr size_t kReqTextSize = 1024;
+
+char *copyText(const char *text)
+{
+    return text ? miscFuncs.dupString(text) : nullptr;
+}
+
+template <typename T>
+T *allocArray(int count)
+{
+    return static_cast<T *>(miscFuncs.allocZeroed(count, sizeof(T), kFn));
+}
+
+void freeAndClear(char **text)
+{
+    if (*text) {
+        free(*text);
+        *text = nullptr;
+    }
+}
+
+// Fills the hosts of one element; `seen` gets each host's record (NULL for a
+// host the daemon no longer knows) so that jobs can be placed on them.
+void fillHosts(RsvInfoEnt &info, const RsvEnt *ent, bool sharedId, RsvHost **seen)
+{
+    for (int j = 0; j < info.numHosts; ++j) {
+        const AllocElem &el = ent->allocVector[j];
+        RsvHostInfo &hi = info.hostInfo[j];
+        RsvHost *host = el.hostName ? miscFuncs.findHost(el.hostName) : nullptr;
+        seen[j] = host;
+        if (!host) {
+            hi.hostName = copyText(sharedId ? el.hostName : "lost_and_found");
+            hi.numCpus = 0;
+            hi.maxSlots = 0;
+        } else {
+            hi.hostName = copyText(el.hostName);
+            hi.numCpus = host->numCpus;
+            hi.maxSlots = host->maxSlots;
+        }
+        hi.numSlots = el.numSlots;
+        hi.numUsedSlots = el.extra1 + el.extra2;
+        hi.numJobsOnHost = 0;
+    }
+}
+
+// Lists the entry's jobs with their status words and counts each running job
+// once on every reservation host it executes on.
+void fillJobs(RsvInfoEnt &info, RsvEnt *ent, RsvHost *const *seen)
+{
+    if (!ent->jobList)
+        return;
+    ListIterator iter;
+    listIteratorAttach(&iter, ent->jobList);
+    for (int i = 0; i < ent->numJobs; ++i) {
+        auto *job = reinterpret_cast<RsvJobEnt *>(listIteratorGetCurEntry(&iter));
+        if (!job)
+            break;
+        RsvJob *rec = miscFuncs.findJob ? miscFuncs.findJob(job->jobId) : nullptr;
+        if (rec) {
+            info.jobStatus[i] = rec->status;
+            if ((rec->status & kRunningLikeStatus) && rec->execHosts) {
+                for (int x = 0; x < rec->numExecHosts; ++x) {
+                    for (int j = 0; j < info.numHosts; ++j) {
+                        if (seen[j] && seen[j] == rec->execHosts[x]) {
+                            ++info.hostInfo[j].numJobsOnHost;
+                            break;
+                        }
+                    }
+                }
+            }
+        }
+        info.jobIds[i] = job->jobId;
+        listIteratorNext(&iter);
+    }
+}
+
+// Fills one element from one table entry; 55 when memory runs out, with the
+// element partly filled (still releasable).
+int fillInfoEnt(RsvInfoEnt &info, const char *key, RsvEnt *ent)
+{
+    const bool sharedId = std::strchr(key, '@') != nullptr;
+    info.options = ent->options;
+    info.rsvId = copyText(key);
+    info.name = copyText(ent->name);
+    info.numHosts = ent->allocVector ? ent->numHosts : 0;
+    if (info.numHosts >= 1) {
+        info.hostInfo = allocArray<RsvHostInfo>(info.numHosts);
+        if (!info.hostInfo)
+            return RSV_ERR_NO_MEMORY;
+    }
+
+    // Jobs of an '@' reservation are listed but not reported in the count:
+    // a daemon relies on this to keep them out of the job total.
+    info.numJobs = sharedId ? 0 : ent->numJobs;
+    if (ent->numJobs >= 1) {
+        info.jobIds = allocArray<int64_t>(ent->numJobs);
+        info.jobStatus = allocArray<int>(ent->numJobs);
+        if (!info.jobIds || !info.jobStatus)
+            return RSV_ERR_NO_MEMORY;
+    }
+
+    if (info.numHosts >= 1) {
+        rsv::CPtr<RsvHost *> seen(allocArray<RsvHost *>(info.numHosts));
+        if (!seen)
+            return RSV_ERR_NO_MEMORY;
+        fillHosts(info, ent, sharedId, seen.get());
+        if (ent->numJobs >= 1)
+            fillJobs(info, ent, seen.get());
+    } else if (ent->numJobs >= 1) {
+        fillJobs(info, ent, nullptr);
+    }
+
+    info.timeWindow = copyText(ent->timeWindow);
+
+    if (ent->disabledDurations && ent->disabledDurations->numEnts >= 1) {
+        const size_t count = static_cast<size_t>(ent->disabledDurations->numEnts);
+        info.disabledDurations = static_cast<char **>(rsv::infoReplyCalloc(count + 1, sizeof(char *)));
+        if (!info.disabledDurations) {
+            kx_syslog(KX_LOG_ERR, kx_catgets(kx_catd, rsv::kCatSetShared, 1, "%s: %s() failed."), kFn, "calloc");
+            return RSV_ERR_NO_MEMORY;
+        }
+        ListIterator iter;
+        listIteratorAttach(&iter, ent->disabledDurations);
+        size_t n = 0;
+        for (ListEntry *e = listIteratorGetCurEntry(&iter); e && n < count; e = listIteratorNext(&iter)) {
+            auto *dd = reinterpret_cast<RsvDisableDuration *>(e);
+            char *text = nullptr;
+            setCalendarDayDuration(&dd->firstDay, &dd->lastDay, &text);
+            info.disabledDurations[n++] = text;
+        }
+        info.disabledDurations[n] = nullptr;
+    }
+
+    info.description = copyText(ent->description);
+    info.timeDuration = copyText(ent->timeDuration);
+    info.state = ent->state;
+    char creator[sizeof ent->creator + 1];
+    std::memcpy(creator, ent->creator, sizeof ent->creator);
+    creator[sizeof ent->creator] = '\0';
+    info.creator = copyText(creator);
+    return RSV_OK;
+}
+
+} // namespace
 
 extern "C" {
 
+// Fills the caller's `reply` with a deep copy of every reservation of `tbl`,
+// in the table's order; the reply shares nothing with the table. 0; 55 when
+// memory runs out (the reply is then partly filled and must still be
+// released with RsvInfoReply_destroy); 52 for a NULL argument (reply
+// untouched).
 int RsvTimeTbl_ToRsvInfoReply(RsvTimeTbl *tbl, RsvInfoReply *reply)
 {
-    (void)tbl; (void)reply; return {};
+    if (!tbl || !reply)
+        return RSV_ERR_BAD_ARGUMENT;
+    reply->numReservations = h_numEnts_(&tbl->entries);
+    reply->rsvInfo = nullptr;
+    if (reply->numReservations < 1)
+        return RSV_OK;
+    reply->rsvInfo = allocArray<RsvInfoEnt>(reply->numReservations);
+    if (!reply->rsvInfo)
+        return RSV_ERR_NO_MEMORY;
+    HashIter iter;
+    int k = 0;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he && k < reply->numReservations;
+         he = h_nextEnt_(&iter), ++k) {
+        int status = fillInfoEnt(reply->rsvInfo[k], he->key, static_cast<RsvEnt *>(he->value));
+        if (status != RSV_OK)
+            return status;
+    }
+    return RSV_OK;
 }
 
+// Releases what one element owns, except its two job arrays (see
+// RsvInfoReply_destroy); every released field is set to NULL, so a second
+// call is harmless.
 void RsvInfoEnt_destroy(RsvInfoEnt *ent)
 {
-    (void)ent;
+    if (!ent) {
+        if (rsv::logOn(LC_FILE | LC_TRACE))
+            kx_syslog(KX_LOG_DEBUG, "%s: input parameters are NULL", "RsvInfoEnt_destroy");
+        return;
+    }
+    freeAndClear(&ent->rsvId);
+    freeAndClear(&ent->name);
+    if (ent->hostInfo) {
+        for (int j = 0; j < ent->numHosts; ++j)
+            freeAndClear(&ent->hostInfo[j].hostName);
+        free(ent->hostInfo);
+        ent->hostInfo = nullptr;
+    }
+    freeAndClear(&ent->timeWindow);
+    if (ent->disabledDurations) {
+        for (char **text = ent->disabledDurations; *text; ++text)
+            free(*text);
+        free(ent->disabledDurations);
+        ent->disabledDurations = nullptr;
+    }
+    freeAndClear(&ent->description);
+    freeAndClear(&ent->timeDuration);
+    freeAndClear(&ent->creator);
 }
 
+// Releases every element of the reply and the element array; the reply
+// record stays with the caller, and numReservations is left as it was.
 void RsvInfoReply_destroy(RsvInfoReply *reply)
 {
-    (void)reply;
+    if (!reply)
+        return;
+    if (reply->rsvInfo) {
+        for (int k = 0; k < reply->numReservations; ++k) {
+            RsvInfoEnt &info = reply->rsvInfo[k];
+            RsvInfoEnt_destroy(&info);
+            free(info.jobStatus);
+            info.jobStatus = nullptr;
+            free(info.jobIds);
+            info.jobIds = nullptr;
+        }
+        free(reply->rsvInfo);
+        reply->rsvInfo = nullptr;
+    }
 }
 
+// The request as one line, in a module-static buffer of 1024 characters
+// (longer lines are cut) that the next call overwrites.
 char *RsvReq_ToString(const RsvReq *req)
 {
-    (void)req; return {};
+    static char buffer[kReqTextSize];
+    if (!req) {
+        buffer[0] = '\0';
+        return buffer;
+    }
+    std::snprintf(buffer, sizeof buffer, "options(%d) name(%s) procRange(%d, %d), askedHosts(%d) timeWindow(%s)",
+                  req->options, req->name ? req->name : "(null)", req->minNumProcs, req->maxNumProcs,
+                  req->numAskedHosts, req->timeWindow ? req->timeWindow : "(null)");
+    return buffer;
 }
 
 } // extern "C"

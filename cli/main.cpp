@@ -1,8 +1,117 @@
-// rsvctl: placeholder until the command-line front end lands.
-#include <cstdio>
+// rsvctl: the operator's command-line front end of the reservation module.
+// Each run loads the state directory as a daemon starts up, performs one
+// operation through the module, and lets the module rewrite its files.
+#include <unistd.h>
 
-int main()
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+#include "cli_error.h"
+#include "commands.h"
+#include "session.h"
+#include "timeparse.h"
+
+namespace rsvctl {
+
+bool useColour(const GlobalOptions &global)
 {
-    std::puts("rsvctl: not built yet");
-    return 0;
+    if (global.color == "always")
+        return true;
+    if (global.color == "never")
+        return false;
+    const char *noColour = std::getenv("NO_COLOR");
+    const char *term = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) && !(noColour && *noColour) && !(term && std::string(term) == "dumb");
+}
+
+std::vector<std::string> splitList(const std::string &text)
+{
+    std::vector<std::string> out;
+    size_t start = 0;
+    for (;;) {
+        size_t comma = text.find(',', start);
+        std::string item = text.substr(start, comma - start);
+        if (!item.empty())
+            out.push_back(item);
+        if (comma == std::string::npos)
+            break;
+        start = comma + 1;
+    }
+    return out;
+}
+
+void parseSlotRange(const std::string &text, int &minSlots, int &maxSlots)
+{
+    auto number = [&](const std::string &part) {
+        if (part.empty() || part.size() > 7 || part.find_first_not_of("0123456789") != std::string::npos)
+            usageError(fmt::format("bad slot count '{}': use MIN or MIN:MAX, such as 4 or 4:8", text));
+        return std::atoi(part.c_str());
+    };
+    size_t colon = text.find(':');
+    minSlots = number(text.substr(0, colon));
+    maxSlots = colon == std::string::npos ? minSlots : number(text.substr(colon + 1));
+    if (minSlots < 1)
+        usageError(fmt::format("bad slot count '{}': at least 1 slot", text));
+    if (maxSlots < minSlots)
+        usageError(fmt::format("bad slot count '{}': MAX is below MIN", text));
+}
+
+namespace {
+
+int run(int argc, char **argv)
+{
+    CLI::App app{"rsvctl: advance reservations of job slots on a cluster's hosts"};
+    app.name("rsvctl");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.set_version_flag("--version", "rsvctl 0.1.0");
+    GlobalOptions global;
+    app.add_option("--state-dir", global.stateDir,
+                   "State directory (default $RSV_STATE_DIR, else ./rsv-state): hosts.conf, rsv.state, rsv.ids");
+    app.add_flag("-v,--verbose", global.verbose, "Show the module's log lines on standard error");
+    app.add_option("--color", global.color, "Colour the planner: auto (on a terminal), always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}));
+    app.footer(R"(Exit status: 0 ok, 1 usage, 2 refused, 3 file or configuration problem.
+Start with:  rsvctl demo --state-dir /tmp/rsv-demo)");
+
+    CommandList commands;
+    addChangeCommands(app, global, commands);
+    addQueryCommands(app, global, commands);
+    addModCommand(app, global, commands);
+    addPlannerCommand(app, global, commands);
+    addClusterCommands(app, global, commands);
+    addDemoCommand(app, global, commands);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        int status = app.exit(e);
+        return status == 0 ? kExitOk : kExitUsage;
+    }
+
+    installLogSink(global.verbose);
+    installPinnedClock();
+    for (const Command &command : commands)
+        if (command.app->parsed())
+            return command.run();
+    return kExitUsage;
+}
+
+} // namespace
+
+} // namespace rsvctl
+
+int main(int argc, char **argv)
+{
+    try {
+        return rsvctl::run(argc, argv);
+    } catch (const rsvctl::CliError &e) {
+        std::fflush(stdout);
+        fmt::print(stderr, "rsvctl: {}\n{}", e.what(), e.detail());
+        return e.status();
+    } catch (const std::exception &e) {
+        fmt::print(stderr, "rsvctl: {}\n", e.what());
+        return rsvctl::kExitFile;
+    }
 }

@@ -1,0 +1,143 @@
+// cmd_cluster.cpp: check and hosts, the cluster's side of reservations.
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <set>
+
+#include <fmt/format.h>
+
+#include "cli_error.h"
+#include "commands.h"
+#include "planner_grid.h"
+#include "session.h"
+#include "table_format.h"
+#include "timeparse.h"
+
+namespace rsvctl {
+
+namespace {
+
+// The most slots booked in any cell of any of the host's planners: what the
+// module's reconfiguration check compares with the host's capacity.
+int peakBooked(RsvTimeTbl *tbl, const std::string &host)
+{
+    int peak = 0;
+    List *list = RsvTimeTbl_getPlannerList(tbl, host.c_str());
+    if (list)
+        ResPlannerList_map(list, tbl, host.c_str(), "0:0:0-6:24:0", 1, &ResPlannerEnt_getMaxRsv,
+                           static_cast<int64_t>(reinterpret_cast<intptr_t>(&peak)), 0, nullptr);
+    return peak;
+}
+
+int runCheck(GlobalOptions &global)
+{
+    Session session(resolveStateDir(global.stateDir));
+    RsvTimeTbl *tbl = session.table();
+    // Hosts reservations hold that the cluster file no longer names.
+    std::map<std::string, std::vector<std::string>> lost;
+    HashIter iter{};
+    for (HashEnt *e = h_firstEnt_(&tbl->entries, &iter); e; e = h_nextEnt_(&iter)) {
+        auto *ent = static_cast<RsvEnt *>(e->value);
+        for (int i = 0; ent && i < ent->numHosts; ++i) {
+            const char *name = ent->allocVector[i].hostName;
+            if (name && !session.cluster().find(name))
+                lost[name].push_back(e->key);
+        }
+    }
+    std::vector<std::string> plannerHosts;
+    for (HashEnt *e = h_firstEnt_(&tbl->plannerLists, &iter); e; e = h_nextEnt_(&iter))
+        plannerHosts.emplace_back(e->key);
+    TextTable over({"HOST", "CAPACITY", "BOOKED"}, {1, 2});
+    int numOver = 0;
+    for (const auto &name : plannerHosts) {
+        const ClusterHost *host = session.cluster().find(name);
+        if (!host)
+            continue;
+        int peak = peakBooked(tbl, name);
+        if (peak > host->slots) {
+            over.addRow({name, std::to_string(host->slots), std::to_string(peak)});
+            ++numOver;
+        }
+    }
+    // The daemon's own check, for its log lines under -v.
+    RsvTimeTbl_checkEntries(tbl);
+    session.commit();
+    if (lost.empty() && numOver == 0) {
+        fmt::print("ok: every reserved host exists and none is over-reserved\n");
+        return kExitOk;
+    }
+    if (!lost.empty()) {
+        fmt::print("hosts that no longer exist:\n");
+        TextTable table({"HOST", "RESERVATIONS"});
+        for (const auto &[host, ids] : lost) {
+            std::string list;
+            for (const auto &id : ids)
+                list += (list.empty() ? "" : ",") + id;
+            table.addRow({host, list});
+        }
+        fmt::print("{}", table.render("  "));
+    }
+    if (numOver > 0)
+        fmt::print("over-reserved hosts (most slots booked at once):\n{}", over.render("  "));
+    return kExitFile;
+}
+
+int runHosts(GlobalOptions &global)
+{
+    Session session(resolveStateDir(global.stateDir));
+    RsvTimeTbl *tbl = session.table();
+    RsvWeek week = weekOf(nowTime());
+    std::map<std::string, int> reservations;
+    HashIter iter{};
+    for (HashEnt *e = h_firstEnt_(&tbl->entries, &iter); e; e = h_nextEnt_(&iter)) {
+        auto *ent = static_cast<RsvEnt *>(e->value);
+        for (int i = 0; ent && i < ent->numHosts; ++i)
+            if (ent->allocVector[i].hostName)
+                ++reservations[ent->allocVector[i].hostName];
+    }
+    TextTable table({"HOST", "SLOTS", "CPUS", "ALIASES", "RSVS", "PEAK THIS WEEK"}, {1, 2, 4});
+    for (const ClusterHost &host : session.cluster().hosts()) {
+        CellGrid grid = hostWeekGrid(tbl, host.name, week);
+        int peak = 0, peakDay = 0, peakSlot = 0;
+        for (int d = 0; d < RSV_PLANNER_DAYS; ++d)
+            for (int s = 0; s < RSV_PLANNER_SLOTS_PER_DAY; ++s)
+                if (grid[d][s] > peak) {
+                    peak = grid[d][s];
+                    peakDay = d;
+                    peakSlot = s;
+                }
+        std::string aliases;
+        for (const auto &a : host.aliases)
+            aliases += (aliases.empty() ? "" : ",") + a;
+        std::string peakText = peak == 0 ? "-"
+                                         : fmt::format("{}/{} from {}", peak, host.slots,
+                                                       formatTime(cellStart(week, peakDay, peakSlot)));
+        table.addRow({host.name, std::to_string(host.slots), std::to_string(host.cpus), aliases.empty() ? "-" : aliases,
+                      std::to_string(reservations[host.name]), peakText});
+    }
+    session.commit();
+    fmt::print("{}", table.render());
+    if (session.cluster().maxPerOwner() > 0)
+        fmt::print("max-per-owner {}\n", session.cluster().maxPerOwner());
+    return kExitOk;
+}
+
+} // namespace
+
+void addClusterCommands(CLI::App &app, GlobalOptions &global, CommandList &commands)
+{
+    CLI::App *check = app.add_subcommand("check", "Check reservations against the cluster file");
+    check->footer(R"(Lists hosts that reservations hold but hosts.conf no longer names, and hosts
+whose booked slots exceed their capacity (after a capacity was lowered).
+Exit status 0 when all is well, 3 when something needs attention.
+Example:
+  rsvctl check)");
+    commands.push_back({check, [&global]() { return runCheck(global); }});
+
+    CLI::App *hosts = app.add_subcommand("hosts", "List the cluster's hosts and how busy each is this week");
+    hosts->footer(R"(Example:
+  rsvctl hosts)");
+    commands.push_back({hosts, [&global]() { return runHosts(global); }});
+}
+
+} // namespace rsvctl

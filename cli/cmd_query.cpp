@@ -1,0 +1,100 @@
+// cmd_query.cpp: list and show.
+#include <fmt/format.h>
+
+#include "cli_error.h"
+#include "commands.h"
+#include "report.h"
+#include "timeparse.h"
+
+namespace rsvctl {
+
+namespace {
+
+struct ListOptions {
+    std::string owner, host;
+    bool json = false;
+};
+
+struct ShowOptions {
+    std::string id;
+    bool json = false;
+};
+
+} // namespace
+
+void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &commands)
+{
+    auto list = std::make_shared<ListOptions>();
+    CLI::App *listCmd = app.add_subcommand("list", "List reservations");
+    listCmd->add_option("-u,--user", list->owner, "Only this owner's reservations");
+    listCmd->add_option("-m,--host", list->host, "Only reservations holding slots on this host (name or alias)");
+    listCmd->add_flag("--json", list->json, "JSON output (see docs/rsvctl.md)");
+    listCmd->footer(R"(Examples:
+  rsvctl list
+  rsvctl list -u alice
+  rsvctl list -m node1 --json)");
+    commands.push_back({listCmd, [list, &global]() {
+        Session session(resolveStateDir(global.stateDir));
+        std::string host = list->host;
+        if (!host.empty()) {
+            const ClusterHost *h = session.cluster().find(host);
+            if (!h) {
+                ErrorContext ctx;
+                ctx.hosts = host;
+                refuse(RSV_ERR_BAD_HOST, ctx);
+            }
+            host = h->name;
+        }
+        std::vector<ReservationView> shown;
+        for (auto &v : collectReservations(session)) {
+            if (!list->owner.empty() && v.owner != list->owner)
+                continue;
+            bool onHost = host.empty();
+            for (const auto &h : v.hosts)
+                onHost = onHost || h.name == host;
+            if (onHost)
+                shown.push_back(std::move(v));
+        }
+        if (session.numRejected() > 0)
+            fmt::print(stderr, "rsvctl: warning: {} line(s) of '{}' could not be read and are not shown\n",
+                       session.numRejected(), session.stateFile());
+        session.commit();
+        if (list->json) {
+            nlohmann::json out;
+            out["now"] = static_cast<long long>(nowTime());
+            out["reservations"] = nlohmann::json::array();
+            for (const auto &v : shown)
+                out["reservations"].push_back(toJson(v));
+            fmt::print("{}\n", out.dump(2));
+        } else {
+            fmt::print("{}", formatList(shown));
+        }
+        return kExitOk;
+    }});
+
+    auto show = std::make_shared<ShowOptions>();
+    CLI::App *showCmd = app.add_subcommand("show", "Show everything about one reservation");
+    showCmd->add_option("ID", show->id, "Reservation identifier")->required();
+    showCmd->add_flag("--json", show->json, "JSON output (see docs/rsvctl.md)");
+    showCmd->footer(R"(Examples:
+  rsvctl show alice#0
+  rsvctl show bob#1 --json)");
+    commands.push_back({showCmd, [show, &global]() {
+        Session session(resolveStateDir(global.stateDir));
+        for (const auto &v : collectReservations(session)) {
+            if (v.id != show->id)
+                continue;
+            session.commit();
+            if (show->json)
+                fmt::print("{}\n", toJson(v).dump(2));
+            else
+                fmt::print("{}", formatShow(v));
+            return kExitOk;
+        }
+        ErrorContext ctx;
+        ctx.rsvId = show->id;
+        refuse(RSV_ERR_NO_RSV, ctx);
+    }});
+}
+
+} // namespace rsvctl

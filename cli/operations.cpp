@@ -1,0 +1,406 @@
+// operations.cpp: the changes, through the module's own calls, with every
+// refusal turned into one line (and the reason, when slots are lacking).
+#include "operations.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <fmt/format.h>
+
+#include "cli_error.h"
+#include "shortfall.h"
+#include "timeparse.h"
+
+namespace rsvctl {
+
+namespace {
+
+struct FreeDeleter {
+    void operator()(void *p) const { std::free(p); }
+};
+using CText = std::unique_ptr<char, FreeDeleter>;
+
+char *heapText(const std::string &text)
+{
+    char *copy = strdup(text.c_str());
+    if (!copy)
+        throw CliError(kExitRefused, moduleErrorText(RSV_ERR_NO_MEMORY, {}));
+    return copy;
+}
+
+// A request whose texts live on the heap, as the daemon's do: the module
+// replaces asked host names in place and the destructor frees what is there.
+struct HeapReq {
+    RsvReq req{};
+    HeapReq() = default;
+    HeapReq(const HeapReq &) = delete;
+    HeapReq &operator=(const HeapReq &) = delete;
+    void setHosts(const std::vector<std::string> &hosts)
+    {
+        req.askedHosts = static_cast<char **>(std::calloc(hosts.size() + 1, sizeof(char *)));
+        if (!req.askedHosts)
+            throw CliError(kExitRefused, moduleErrorText(RSV_ERR_NO_MEMORY, {}));
+        for (const auto &h : hosts)
+            req.askedHosts[req.numAskedHosts++] = heapText(h);
+    }
+    ~HeapReq()
+    {
+        for (int i = 0; req.askedHosts && i < req.numAskedHosts; ++i)
+            std::free(req.askedHosts[i]);
+        std::free(req.askedHosts);
+        std::free(req.name);
+        std::free(req.timeWindow);
+        std::free(req.description);
+        std::free(req.rsvId);
+    }
+};
+
+struct HeapModReq {
+    RsvModReq mod{};
+    HeapReq body;
+    explicit HeapModReq(const std::string &id) { mod.rsvId = heapText(id); }
+    HeapModReq(const HeapModReq &) = delete;
+    HeapModReq &operator=(const HeapModReq &) = delete;
+    // The module reads the embedded request; copy it in before the call and
+    // back afterwards so that one destructor frees whatever the module left.
+    RsvModReq *get()
+    {
+        mod.req = body.req;
+        return &mod;
+    }
+    void sync() { body.req = mod.req; }
+    ~HeapModReq() { std::free(mod.rsvId); }
+};
+
+RsvEnt *findEntry(Session &session, const std::string &id)
+{
+    RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), id.c_str());
+    if (!ent) {
+        ErrorContext ctx;
+        ctx.rsvId = id;
+        refuse(RSV_ERR_NO_RSV, ctx);
+    }
+    return ent;
+}
+
+std::string joined(const std::vector<std::string> &items)
+{
+    std::string out;
+    for (const auto &item : items)
+        out += (out.empty() ? "" : ",") + item;
+    return out;
+}
+
+int ownerLimit(const Session &session)
+{
+    int limit = const_cast<Session &>(session).cluster().maxPerOwner();
+    return limit >= 1 && limit <= 10000 ? limit : 100;
+}
+
+bool isRecurring(const RsvEnt *ent)
+{
+    return (ent->options & RSV_OPT_RECURRING) != 0;
+}
+
+} // namespace
+
+void checkOwnerName(const std::string &owner)
+{
+    // The owner becomes the first part of "owner#n" and a word of the state
+    // file: keep it to name characters ('@' marks entries the file skips).
+    if (owner.empty() || owner.size() > 64)
+        usageError("the owner (-u) must be 1 to 64 characters");
+    for (char c : owner)
+        if (!(std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.'))
+            usageError(fmt::format("bad owner '{}': use letters, digits, '_', '-' and '.'", owner));
+}
+
+void checkDescription(const std::string &description)
+{
+    // A reservation is one line of the state file.
+    if (description.size() > 512)
+        usageError("the description is longer than 512 characters");
+    for (char c : description)
+        if (static_cast<unsigned char>(c) < 0x20 || c == '"')
+            usageError("the description may not hold control characters or double quotes");
+}
+
+std::vector<std::string> resolveHosts(const Cluster &cluster, const std::vector<std::string> &typed)
+{
+    std::vector<std::string> official;
+    for (const auto &name : typed) {
+        const ClusterHost *host = cluster.find(name);
+        if (!host) {
+            ErrorContext ctx;
+            ctx.hosts = name;
+            refuse(RSV_ERR_BAD_HOST, ctx);
+        }
+        // Asking for one host twice (by name and by alias) would offer its
+        // free slots twice.
+        bool seen = false;
+        for (const auto &h : official)
+            seen = seen || h == host->name;
+        if (!seen)
+            official.push_back(host->name);
+    }
+    if (official.empty())
+        usageError("name at least one host (-m HOST[,HOST...])");
+    return official;
+}
+
+std::string addReservation(Session &session, const AddRequest &request)
+{
+    session.requireWritableState();
+    checkOwnerName(request.owner);
+    checkDescription(request.description);
+    ErrorContext ctx;
+    ctx.owner = request.owner;
+    ctx.hosts = joined(request.hosts);
+    ctx.window = request.typedWindow;
+    ctx.begin = request.typedBegin;
+    ctx.end = request.typedEnd;
+    ctx.maxPerOwner = ownerLimit(session);
+    // Planner lists are kept under the name the module is given: always the
+    // official one, so bookings made through an alias are seen by everyone.
+    std::vector<std::string> hosts = resolveHosts(session.cluster(), request.hosts);
+
+    if (int err = isValidTimeWindow(request.window.c_str(), request.recurring ? 1 : 0); err != 0)
+        refuse(err, ctx);
+    if (!request.recurring) {
+        // The module's one-off check leaves the order of the two ends to the
+        // table; a user gets the plain answer here.
+        size_t dash = request.window.find('-');
+        if (std::atoll(request.window.substr(dash + 1).c_str()) <= std::atoll(request.window.substr(0, dash).c_str()))
+            refuse(RSV_ERR_END_BEFORE_START, ctx);
+    }
+
+    HeapReq req;
+    req.req.options = (request.recurring ? RSV_OPT_RECURRING : 0) | (request.system ? RSV_OPT_SYSTEM : 0);
+    req.req.name = heapText(request.owner);
+    req.req.minNumProcs = request.minSlots;
+    req.req.maxNumProcs = request.maxSlots;
+    req.setHosts(hosts);
+    req.req.timeWindow = heapText(request.window);
+    if (!request.description.empty())
+        req.req.description = heapText(request.description);
+
+    qob_errno = 0;
+    CText id(RsvTimeTbl_addEntry(session.table(), &req.req));
+    if (!id) {
+        int err = qob_errno ? qob_errno : RSV_ERR_NOT_ENOUGH_SLOTS;
+        std::string detail;
+        if (err == RSV_ERR_NOT_ENOUGH_SLOTS) {
+            std::vector<HostNeed> needs;
+            for (const auto &h : hosts)
+                needs.push_back({h, request.minSlots > 0 ? request.minSlots : 1});
+            detail = formatShortfall(explainShortfall(session.table(), session.cluster(), needs, request.window,
+                                                      request.recurring, request.system, nullptr),
+                                     request.system);
+        }
+        refuse(err, ctx, detail);
+    }
+    return id.get();
+}
+
+void deleteReservations(Session &session, const std::vector<std::string> &ids)
+{
+    session.requireWritableState();
+    // Check every identifier first: a refused command changes no file.
+    for (const auto &id : ids)
+        findEntry(session, id);
+    for (const auto &id : ids) {
+        int err = RsvTimeTbl_removeEntry(session.table(), id.c_str());
+        if (err != 0) {
+            ErrorContext ctx;
+            ctx.rsvId = id;
+            refuse(err, ctx);
+        }
+    }
+}
+
+std::string moveWindow(Session &session, const std::string &id, const std::string &begin, const std::string &end)
+{
+    session.requireWritableState();
+    RsvEnt *ent = findEntry(session, id);
+    ErrorContext ctx;
+    ctx.rsvId = id;
+    ctx.begin = begin;
+    ctx.end = end;
+    if (isRecurring(ent))
+        throw CliError(kExitRefused,
+                       fmt::format("reservation '{}' is recurring: --begin and --end move one-off reservations; "
+                                   "delete it and add it again with the new window",
+                                   id));
+    auto side = [](const std::string &text, const char *what) -> std::string {
+        if (text.empty())
+            return "null";
+        if (auto shift = parseShiftMinutes(text, what))
+            return fmt::format("{:+d}", *shift);
+        return std::to_string(static_cast<long long>(parsePoint(text, what)));
+    };
+    std::string modText = side(begin, "--begin") + "&" + side(end, "--end");
+
+    // What the window will be, for the reason shown if it does not fit.
+    CText newWindow(RsvMod_buildTimeWindow(ent->timeWindow, modText.c_str()));
+    std::string target = newWindow ? newWindow.get() : "";
+
+    HeapModReq mod(id);
+    mod.body.req.options = RSV_MOD_TIMEWINDOW;
+    mod.body.req.timeWindow = heapText(modText);
+    mod.body.req.name = heapText(ent->name ? ent->name : "");
+    qob_errno = 0;
+    int err = RsvTimeTbl_modifyTimeWindow(session.table(), mod.get());
+    mod.sync();
+    if (err != 0) {
+        std::string detail;
+        if (err == RSV_ERR_NOT_ENOUGH_SLOTS && !target.empty()) {
+            std::vector<HostNeed> needs;
+            for (int i = 0; i < ent->numHosts; ++i)
+                if (ent->allocVector[i].hostName)
+                    needs.push_back({ent->allocVector[i].hostName, ent->allocVector[i].numSlots});
+            detail = formatShortfall(explainShortfall(session.table(), session.cluster(), needs, target, false,
+                                                      (ent->options & RSV_OPT_SYSTEM) != 0, ent),
+                                     (ent->options & RSV_OPT_SYSTEM) != 0);
+        }
+        refuse(err, ctx, detail);
+    }
+    RsvEnt *after = RsvTimeTbl_getEntry(session.table(), id.c_str());
+    return after && after->timeWindow ? after->timeWindow : target;
+}
+
+void addHosts(Session &session, const std::string &id, const std::vector<std::string> &hosts, int minSlots,
+              int maxSlots)
+{
+    session.requireWritableState();
+    RsvEnt *ent = findEntry(session, id);
+    ErrorContext ctx;
+    ctx.rsvId = id;
+    ctx.hosts = joined(hosts);
+    std::vector<std::string> official = resolveHosts(session.cluster(), hosts);
+    std::string window = ent->timeWindow ? ent->timeWindow : "";
+    bool recurring = isRecurring(ent);
+    bool system = (ent->options & RSV_OPT_SYSTEM) != 0;
+
+    HeapModReq mod(id);
+    mod.body.req.options = ent->options;
+    mod.body.req.name = heapText(ent->name ? ent->name : "");
+    mod.body.req.minNumProcs = minSlots;
+    mod.body.req.maxNumProcs = maxSlots;
+    mod.body.setHosts(official);
+    mod.body.req.timeWindow = heapText(window);
+    qob_errno = 0;
+    int rc = RsvTimeTbl_addHosts(session.table(), mod.get());
+    mod.sync();
+    if (rc != 0) {
+        int err = qob_errno ? qob_errno : RSV_ERR_NOT_ENOUGH_SLOTS;
+        std::string detail;
+        if (err == RSV_ERR_NOT_ENOUGH_SLOTS) {
+            std::vector<HostNeed> needs;
+            for (const auto &h : official)
+                needs.push_back({h, minSlots > 0 ? minSlots : 1});
+            detail = formatShortfall(
+                explainShortfall(session.table(), session.cluster(), needs, window, recurring, system, nullptr),
+                system);
+        }
+        refuse(err, ctx, detail);
+    }
+}
+
+namespace {
+
+struct HostSet {
+    HashTab tab{};
+    HostSet() { h_initTab_(&tab, 37); }
+    ~HostSet() { h_freeTab_(&tab, &std::free); }
+    HostSet(const HostSet &) = delete;
+    HostSet &operator=(const HostSet &) = delete;
+    void add(const std::string &host)
+    {
+        int isNew = 0;
+        HashEnt *ent = h_addEnt_(&tab, host.c_str(), &isNew);
+        if (!ent)
+            throw CliError(kExitRefused, moduleErrorText(RSV_ERR_NO_MEMORY, {}));
+        if (isNew)
+            ent->value = std::calloc(1, sizeof(int));
+    }
+};
+
+int removeWith(Session &session, const std::string &id, const std::vector<std::string> &hosts, int count,
+               int rmFlags, const ErrorContext &ctx)
+{
+    HostSet set;
+    for (const auto &h : hosts)
+        set.add(h);
+    RsvEnt *ent = findEntry(session, id);
+    HeapModReq mod(id);
+    mod.body.req.options = ent->options;
+    mod.body.req.name = heapText(ent->name ? ent->name : "");
+    mod.body.req.minNumProcs = count;
+    mod.body.req.maxNumProcs = 0;
+    mod.body.req.timeWindow = heapText(ent->timeWindow ? ent->timeWindow : "");
+    qob_errno = 0;
+    int removed = RsvTimeTbl_removeHosts(session.table(), mod.get(), &set.tab, rmFlags);
+    mod.sync();
+    if (removed < 0)
+        refuse(qob_errno ? qob_errno : RSV_ERR_NOTHING_LEFT, ctx);
+    return removed;
+}
+
+} // namespace
+
+int removeHosts(Session &session, const std::string &id, const std::vector<std::string> &hosts)
+{
+    session.requireWritableState();
+    findEntry(session, id);
+    ErrorContext ctx;
+    ctx.rsvId = id;
+    ctx.hosts = joined(hosts);
+    return removeWith(session, id, resolveHosts(session.cluster(), hosts), 0, RSV_RM_HOSTS, ctx);
+}
+
+int removeSlots(Session &session, const std::string &id, int count)
+{
+    session.requireWritableState();
+    findEntry(session, id);
+    ErrorContext ctx;
+    ctx.rsvId = id;
+    if (count < 1)
+        usageError("--rm-slots takes a positive number of slots");
+    return removeWith(session, id, {}, count, RSV_RM_NUMPROCS, ctx);
+}
+
+std::string disableDays(Session &session, const std::string &id, const std::string &dates)
+{
+    session.requireWritableState();
+    findEntry(session, id);
+    ErrorContext ctx;
+    ctx.rsvId = id;
+    ctx.dates = dates;
+    char *first = nullptr, *last = nullptr, *range = nullptr;
+    qob_errno = 0;
+    int kind = qob_getdisableddates(dates.c_str(), &first, &last, &range);
+    CText firstOwner(first), lastOwner(last), rangeOwner(range);
+    if (kind < 0)
+        refuse(qob_errno ? qob_errno : RSV_ERR_BAD_DATE, ctx);
+    std::string words = kind == 1 ? std::string(first) : fmt::format("{} - {}", first, last);
+    qob_errno = 0;
+    if (RsvTimeTbl_disableDays(session.table(), id.c_str(), dates.c_str()) != 0)
+        refuse(qob_errno ? qob_errno : RSV_ERR_BAD_DATE, ctx);
+    return words;
+}
+
+void setDescription(Session &session, const std::string &id, const std::string &description)
+{
+    session.requireWritableState();
+    checkDescription(description);
+    findEntry(session, id);
+    ErrorContext ctx;
+    ctx.rsvId = id;
+    qob_errno = 0;
+    if (RsvTimeTbl_setDescription(session.table(), id.c_str(), description.c_str()) != 0)
+        refuse(qob_errno ? qob_errno : RSV_ERR_NO_SUCH_RSV, ctx);
+}
+
+} // namespace rsvctl

@@ -1,0 +1,64 @@
+// report.h: reservations as rsvctl shows them: built from the module's
+// information reply (and the entry, for instances and creation time), printed
+// in aligned columns or as JSON.
+#ifndef RSVCTL_REPORT_H
+#define RSVCTL_REPORT_H
+
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "session.h"
+
+namespace rsvctl {
+
+struct HostView {
+    std::string name;
+    int slots = 0;     // held by the reservation
+    int capacity = 0;  // the host's slot limit (0 when the host is gone)
+    int cpus = 0;
+};
+
+struct Span {
+    time_t begin = 0;
+    time_t end = 0;
+};
+
+struct ReservationView {
+    std::string id;
+    std::string owner;
+    std::string type;  // "one-off", "daily" or "weekly"
+    bool system = false;
+    std::string window;       // the module's text
+    std::string windowWords;  // "every day 22:00 to 06:00 (8h)"
+    std::optional<Span> oneOff;
+    long long durationSeconds = 0;
+    std::vector<HostView> hosts;
+    int totalSlots = 0;
+    std::string state;   // "inactive" or "active" (the module's state)
+    std::string status;  // "upcoming", "running" or "ended" (by the clock)
+    std::optional<Span> current;
+    std::optional<Span> next;
+    std::vector<std::string> disabled;
+    std::optional<std::string> description;
+    time_t created = 0;
+    std::string creator;
+};
+
+// Every reservation, in the table's order.
+std::vector<ReservationView> collectReservations(Session &session);
+
+// The window of a reservation in words.
+std::string windowInWords(const std::string &window, bool recurring);
+
+nlohmann::json toJson(const ReservationView &view);
+
+std::string formatList(const std::vector<ReservationView> &views);
+std::string formatShow(const ReservationView &view);
+
+} // namespace rsvctl
+
+#endif

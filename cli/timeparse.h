@@ -1,0 +1,48 @@
+// timeparse.h: the times and windows an operator types, and how rsvctl
+// prints them. All calendar work is local time ($TZ).
+#ifndef RSVCTL_TIMEPARSE_H
+#define RSVCTL_TIMEPARSE_H
+
+#include <ctime>
+#include <optional>
+#include <string>
+
+namespace rsvctl {
+
+// Pin the module's clock to $RSVCTL_NOW (epoch seconds) when it is set; only
+// tests set it. Throws CliError (usage) for a malformed value.
+void installPinnedClock();
+
+// The current time, through the module's clock.
+time_t nowTime();
+
+// A point in time: "YYYY-MM-DD HH:MM", "YYYY-MM-DDTHH:MM", "YYYY-MM-DD"
+// (midnight), "+90m" / "+2h" / "+1d" from now, or epoch seconds. `what`
+// names the option in the error. Throws CliError (usage).
+time_t parsePoint(const std::string &text, const std::string &what);
+
+// A shift "+N" or "-N" with an optional unit m, h or d (minutes by default),
+// in minutes; nullopt when the text does not start with a sign.
+std::optional<long> parseShiftMinutes(const std::string &text, const std::string &what);
+
+// A recurring window "H[:M]-H[:M]" (daily) or "D:H:M-D:H:M" (weekly, D 0..7
+// or a weekday name such as fri), returned in the module's text with
+// weekday names turned into numbers. Throws CliError (usage) when the shape
+// is wrong; the module's own check runs afterwards.
+std::string normaliseRecurringWindow(const std::string &text);
+
+// True when a recurring window text names weekdays (D:H:M).
+bool isWeeklyWindow(const std::string &window);
+
+// "Mon 2026-11-23 09:00".
+std::string formatTime(time_t t);
+// "2026-11-23T09:00:00" (local, for --json).
+std::string formatIso(time_t t);
+// "2d 8h 30m", "45m", "0m".
+std::string formatDuration(long long seconds);
+// "Mon".
+const char *weekdayName(int wday);
+
+} // namespace rsvctl
+
+#endif

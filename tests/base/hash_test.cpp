@@ -1,6 +1,9 @@
-// Tests of the string-keyed hash table.
+// Tests of the string-keyed hash table: key ownership, growth, insertion
+// order, deletion during a walk and release with a value destructor.
 #include "rsv_test_support.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -29,11 +32,25 @@ struct Table {
     HashTab tab{};
     explicit Table(int buckets = 4) { h_initTab_(&tab, buckets); }
     ~Table() { h_freeTab_(&tab, nullptr); }
+    Table(const Table &) = delete;
+    Table &operator=(const Table &) = delete;
 };
+
+HashEnt *add(HashTab *tab, const std::string &key)
+{
+    return h_addEnt_(tab, key.c_str(), nullptr);
+}
+
+int destroyedCount = 0;
+void countingFree(void *value)
+{
+    ++destroyedCount;
+    std::free(value);
+}
 
 } // namespace
 
-TEST(HashTable, AddCopiesKeyAndFindsIt)
+TEST(HashTable, AddCopiesKeyAndStartsWithNullValue)
 {
     Table t;
     char key[] = "alpha";
@@ -42,23 +59,107 @@ TEST(HashTable, AddCopiesKeyAndFindsIt)
     ASSERT_NE(e, nullptr);
     EXPECT_EQ(isNew, 1);
     EXPECT_NE(e->key, key);
+    EXPECT_STREQ(e->key, "alpha");
     EXPECT_EQ(e->value, nullptr);
     key[0] = 'X';
     EXPECT_EQ(h_getEnt_(&t.tab, "alpha"), e);
     EXPECT_EQ(h_getEnt_(&t.tab, "Xlpha"), nullptr);
 }
 
-TEST(HashTable, AddingAnExistingKeyReturnsTheSameEntry)
+TEST(HashTable, AddingAnExistingKeyReturnsTheSameEntryAndKeepsItsValue)
 {
     Table t;
     int isNew = -1;
     HashEnt *a = h_addEnt_(&t.tab, "k", &isNew);
+    ASSERT_NE(a, nullptr);
     a->value = &isNew;
     HashEnt *b = h_addEnt_(&t.tab, "k", &isNew);
     EXPECT_EQ(a, b);
     EXPECT_EQ(isNew, 0);
     EXPECT_EQ(b->value, &isNew);
     EXPECT_EQ(h_numEnts_(&t.tab), 1);
+}
+
+TEST(HashTable, IsNewMayBeNull)
+{
+    Table t;
+    EXPECT_NE(h_addEnt_(&t.tab, "a", nullptr), nullptr);
+    EXPECT_NE(h_addEnt_(&t.tab, "a", nullptr), nullptr);
+    EXPECT_EQ(h_numEnts_(&t.tab), 1);
+}
+
+TEST(HashTable, KeysAreComparedExactly)
+{
+    Table t;
+    HashEnt *lower = add(&t.tab, "hosta");
+    HashEnt *upper = add(&t.tab, "HostA");
+    HashEnt *empty = add(&t.tab, "");
+    HashEnt *prefix = add(&t.tab, "host");
+    EXPECT_EQ(h_numEnts_(&t.tab), 4);
+    EXPECT_EQ(h_getEnt_(&t.tab, "hosta"), lower);
+    EXPECT_EQ(h_getEnt_(&t.tab, "HostA"), upper);
+    EXPECT_EQ(h_getEnt_(&t.tab, ""), empty);
+    EXPECT_EQ(h_getEnt_(&t.tab, "host"), prefix);
+    EXPECT_EQ(h_getEnt_(&t.tab, "hostA"), nullptr);
+}
+
+TEST(HashTable, NullArgumentsAreRejectedWithoutChange)
+{
+    Table t;
+    int isNew = 7;
+    EXPECT_EQ(h_addEnt_(&t.tab, nullptr, &isNew), nullptr);
+    EXPECT_EQ(isNew, 7);
+    EXPECT_EQ(h_addEnt_(nullptr, "a", &isNew), nullptr);
+    EXPECT_EQ(h_getEnt_(&t.tab, nullptr), nullptr);
+    EXPECT_EQ(h_getEnt_(nullptr, "a"), nullptr);
+    h_delEnt_(&t.tab, nullptr);
+    h_delEnt_(nullptr, nullptr);
+    h_freeTab_(nullptr, nullptr);
+    EXPECT_EQ(h_numEnts_(&t.tab), 0);
+    EXPECT_EQ(h_numEnts_(nullptr), 0);
+    EXPECT_EQ(h_TabEmpty_(nullptr), 1);
+    HashIter it;
+    EXPECT_EQ(h_firstEnt_(nullptr, &it), nullptr);
+    EXPECT_EQ(h_nextEnt_(&it), nullptr);
+    EXPECT_EQ(h_firstEnt_(&t.tab, nullptr), nullptr);
+    EXPECT_EQ(h_nextEnt_(nullptr), nullptr);
+}
+
+TEST(HashTable, BucketCountBelowOneIsTakenAsOne)
+{
+    for (int buckets : {0, -5}) {
+        Table t(buckets);
+        EXPECT_GE(t.tab.numBuckets, 1);
+        for (int i = 0; i < 100; ++i)
+            ASSERT_NE(add(&t.tab, keyOf(i)), nullptr);
+        for (int i = 0; i < 100; ++i)
+            EXPECT_NE(h_getEnt_(&t.tab, keyOf(i).c_str()), nullptr);
+    }
+}
+
+TEST(HashTable, ZeroFilledTableWorksWithoutInitialisation)
+{
+    HashTab tab{};
+    EXPECT_EQ(h_getEnt_(&tab, "a"), nullptr);
+    EXPECT_EQ(h_TabEmpty_(&tab), 1);
+    ASSERT_NE(add(&tab, "a"), nullptr);
+    EXPECT_NE(h_getEnt_(&tab, "a"), nullptr);
+    h_freeTab_(&tab, nullptr);
+}
+
+TEST(HashTable, EmptyAndCountFollowAddsAndDeletes)
+{
+    Table t;
+    EXPECT_EQ(h_TabEmpty_(&t.tab), 1);
+    HashEnt *a = add(&t.tab, "a");
+    EXPECT_EQ(h_TabEmpty_(&t.tab), 0);
+    add(&t.tab, "b");
+    EXPECT_EQ(h_numEnts_(&t.tab), 2);
+    h_delEnt_(&t.tab, a);
+    EXPECT_EQ(h_numEnts_(&t.tab), 1);
+    EXPECT_EQ(h_getEnt_(&t.tab, "a"), nullptr);
+    h_delEnt_(&t.tab, h_getEnt_(&t.tab, "b"));
+    EXPECT_EQ(h_TabEmpty_(&t.tab), 1);
 }
 
 TEST(HashTable, GrowsTo100000KeysAndShrinksBackByDeletion)
@@ -73,12 +174,14 @@ TEST(HashTable, GrowsTo100000KeysAndShrinksBackByDeletion)
         e->value = reinterpret_cast<void *>(static_cast<intptr_t>(i + 1));
     }
     EXPECT_EQ(h_numEnts_(&t.tab), n);
+    // Growth keeps the load at or below one entry per bucket.
     EXPECT_GE(t.tab.numBuckets, n);
     for (int i = 0; i < n; ++i) {
         HashEnt *e = h_getEnt_(&t.tab, keyOf(i).c_str());
         ASSERT_NE(e, nullptr) << keyOf(i);
         ASSERT_EQ(reinterpret_cast<intptr_t>(e->value), i + 1);
     }
+    EXPECT_EQ(h_getEnt_(&t.tab, keyOf(n).c_str()), nullptr);
     for (int i = 0; i < n; i += 2)
         h_delEnt_(&t.tab, h_getEnt_(&t.tab, keyOf(i).c_str()));
     EXPECT_EQ(h_numEnts_(&t.tab), n / 2);
@@ -92,13 +195,163 @@ TEST(HashTable, GrowsTo100000KeysAndShrinksBackByDeletion)
     EXPECT_EQ(h_firstEnt_(&t.tab, &it), nullptr);
 }
 
+TEST(HashTable, ChainsStayShortForKeysDifferingOnlyAtTheEnd)
+{
+    Table t(1);
+    for (int i = 0; i < 4096; ++i)
+        add(&t.tab, "host" + std::to_string(i));
+    int longest = 0;
+    for (int b = 0; b < t.tab.numBuckets; ++b) {
+        int len = 0;
+        for (HashEnt *e = t.tab.buckets[b]; e; e = e->chainNext)
+            ++len;
+        longest = std::max(longest, len);
+    }
+    EXPECT_LE(longest, 12);
+}
+
 TEST(HashTable, WalksInInsertionOrderAcrossGrowth)
 {
     Table t(1);
     std::vector<std::string> expected;
     for (int i = 50; i > 0; --i) {
         expected.push_back(keyOf(i * 7919 % 1000));
-        h_addEnt_(&t.tab, expected.back().c_str(), nullptr);
+        add(&t.tab, expected.back());
     }
     EXPECT_EQ(walkKeys(&t.tab), expected);
+}
+
+TEST(HashTable, ReAddedKeyMovesToTheEndOfTheWalk)
+{
+    Table t;
+    for (const char *k : {"rsv#1", "rsv#2", "rsv#3"})
+        add(&t.tab, k);
+    h_delEnt_(&t.tab, h_getEnt_(&t.tab, "rsv#1"));
+    add(&t.tab, "rsv#1");
+    add(&t.tab, "rsv#2"); // existing: stays where it is
+    EXPECT_EQ(walkKeys(&t.tab), (std::vector<std::string>{"rsv#2", "rsv#3", "rsv#1"}));
+}
+
+TEST(HashTable, DeletingEachReturnedEntryDuringAWalkVisitsEveryEntry)
+{
+    Table t(2);
+    std::vector<std::string> expected;
+    for (int i = 0; i < 100; ++i) {
+        expected.push_back(keyOf(i));
+        add(&t.tab, expected.back());
+    }
+    std::vector<std::string> seen;
+    HashIter it;
+    for (HashEnt *e = h_firstEnt_(&t.tab, &it); e; e = h_nextEnt_(&it)) {
+        seen.emplace_back(e->key);
+        h_delEnt_(&t.tab, e);
+    }
+    EXPECT_EQ(seen, expected);
+    EXPECT_EQ(h_TabEmpty_(&t.tab), 1);
+}
+
+TEST(HashTable, DeletingSomeEntriesDuringAWalkKeepsTheRestInOrder)
+{
+    Table t(2);
+    for (int i = 0; i < 10; ++i)
+        add(&t.tab, keyOf(i));
+    std::vector<std::string> seen;
+    HashIter it;
+    int index = 0;
+    for (HashEnt *e = h_firstEnt_(&t.tab, &it); e; e = h_nextEnt_(&it), ++index) {
+        seen.emplace_back(e->key);
+        if (index % 3 == 0)
+            h_delEnt_(&t.tab, e);
+    }
+    EXPECT_EQ(seen.size(), 10u);
+    EXPECT_EQ(walkKeys(&t.tab),
+              (std::vector<std::string>{keyOf(1), keyOf(2), keyOf(4), keyOf(5), keyOf(7), keyOf(8)}));
+}
+
+TEST(HashTable, GrowingDuringAWalkStillVisitsEveryEarlierEntryOnce)
+{
+    Table t(1);
+    for (int i = 0; i < 10; ++i)
+        add(&t.tab, keyOf(i));
+    std::vector<std::string> seen;
+    HashIter it;
+    for (HashEnt *e = h_firstEnt_(&t.tab, &it); e; e = h_nextEnt_(&it)) {
+        seen.emplace_back(e->key);
+        if (seen.size() <= 10) // several doublings of the buckets mid-walk
+            for (int j = 0; j < 10; ++j)
+                add(&t.tab, "new" + std::to_string(seen.size() * 100 + j));
+    }
+    ASSERT_GE(seen.size(), 10u);
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(seen[i], keyOf(i));
+    EXPECT_EQ(h_numEnts_(&t.tab), 110);
+}
+
+TEST(HashTable, DeleteFreesEntryButNotValue)
+{
+    Table t;
+    auto *value = static_cast<int *>(std::malloc(sizeof(int)));
+    *value = 42;
+    HashEnt *e = add(&t.tab, "job");
+    e->value = value;
+    h_delEnt_(&t.tab, e);
+    EXPECT_EQ(*value, 42); // still ours: a freed value would trip the sanitizer here
+    std::free(value);
+}
+
+TEST(HashTable, DeletingAnEntryOfAnotherTableIsIgnored)
+{
+    Table a;
+    Table b;
+    HashEnt *inA = add(&a.tab, "x");
+    add(&b.tab, "x");
+    h_delEnt_(&b.tab, inA);
+    EXPECT_EQ(h_numEnts_(&a.tab), 1);
+    EXPECT_EQ(h_numEnts_(&b.tab), 1);
+    EXPECT_EQ(h_getEnt_(&a.tab, "x"), inA);
+}
+
+TEST(HashTable, FreeTabCallsTheDestructorOnEveryNonNullValue)
+{
+    HashTab tab;
+    h_initTab_(&tab, 8);
+    for (int i = 0; i < 30; ++i) {
+        HashEnt *e = add(&tab, keyOf(i));
+        if (i % 3 != 0)
+            e->value = std::malloc(16);
+    }
+    destroyedCount = 0;
+    h_freeTab_(&tab, countingFree);
+    EXPECT_EQ(destroyedCount, 20);
+    EXPECT_EQ(h_numEnts_(&tab), 0);
+    EXPECT_EQ(h_TabEmpty_(&tab), 1);
+    EXPECT_EQ(tab.buckets, nullptr);
+}
+
+TEST(HashTable, FreeTabWithoutDestructorLeavesValuesAlone)
+{
+    HashTab tab;
+    h_initTab_(&tab, 8);
+    int values[3] = {1, 2, 3};
+    for (int i = 0; i < 3; ++i)
+        add(&tab, keyOf(i))->value = &values[i];
+    h_freeTab_(&tab, nullptr);
+    EXPECT_EQ(values[2], 3);
+    EXPECT_EQ(h_numEnts_(&tab), 0);
+}
+
+TEST(HashTable, FreedTableCanBeUsedAndInitialisedAgain)
+{
+    HashTab tab;
+    h_initTab_(&tab, 4);
+    add(&tab, "a");
+    h_freeTab_(&tab, nullptr);
+    ASSERT_NE(add(&tab, "b"), nullptr);
+    EXPECT_EQ(walkKeys(&tab), std::vector<std::string>{"b"});
+    h_freeTab_(&tab, nullptr);
+    h_initTab_(&tab, 16);
+    EXPECT_EQ(h_TabEmpty_(&tab), 1);
+    add(&tab, "c");
+    EXPECT_EQ(walkKeys(&tab), std::vector<std::string>{"c"});
+    h_freeTab_(&tab, nullptr);
 }

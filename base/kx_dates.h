@@ -22,18 +22,20 @@ int parse_time(const char *text, float *hour, int *day);
 /* As parse_time, but the minute and whole hour come back separately. */
 int parse_time_ex(const char *text, float *minute, float *hour, int *day);
 
-/* The local date integer of time t. */
+/* The local date integer of time t (0 if t cannot be converted). Does not
+ * overwrite the shared result of localtime. */
 int getNowday(time_t t);
 
 /* The date integer n days after `date` (n may be negative), right across
  * month and year ends and daylight-saving changes. */
 int nextDays(int date, int n);
 
-/* "Www Mmm D YYYY" (for example "Fri Jan 9 2026") in a static buffer
- * overwritten by the next call. */
+/* "Www Mmm D YYYY" (for example "Fri Jan 9 2026": the day not padded) in a
+ * static buffer overwritten by the next call. A day or month out of range is
+ * carried over first (day 0 is the last day of the month before). */
 char *intToDate(int date);
 
-/* The date integer of (year, month 0..11, day of month). */
+/* The date integer of (year, month 0..11, day of month); not checked. */
 int dateToInt(int year, int mon, int mday);
 
 /* The number of Sunday-to-Saturday weeks that the dates start..end span, both

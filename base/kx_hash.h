@@ -36,7 +36,9 @@ typedef struct HashIter {
 } HashIter;
 
 /* Initialise an empty table with at least `buckets` buckets (values below 1
- * are taken as 1). Any earlier contents of `tab` are overwritten, not freed. */
+ * are taken as 1; the count is rounded up to a power of two). Any earlier
+ * contents of `tab` are overwritten, not freed. A zero-filled HashTab that
+ * was never initialised also works: its buckets are made on first use. */
 void h_initTab_(HashTab *tab, int buckets);
 
 /* Find `key`, or add it with a NULL value. *isNew (when not NULL) is 1 for a
@@ -47,17 +49,21 @@ HashEnt *h_addEnt_(HashTab *tab, const char *key, int *isNew);
 /* The entry of `key`, or NULL. */
 HashEnt *h_getEnt_(HashTab *tab, const char *key);
 
-/* Remove `ent` and free it and its key; its value is left to the caller. */
+/* Remove `ent` and free it and its key; its value is left to the caller. An
+ * entry that is not in `tab` (or NULL) is ignored. */
 void h_delEnt_(HashTab *tab, HashEnt *ent);
 
 /* Start a walk in insertion order: the first entry or NULL. */
 HashEnt *h_firstEnt_(HashTab *tab, HashIter *iter);
 
-/* The next entry of the walk, or NULL at the end. */
+/* The next entry of the walk, or NULL at the end. During a walk only the
+ * entry just returned may be deleted; entries added during a walk never
+ * disturb it but may or may not be visited. */
 HashEnt *h_nextEnt_(HashIter *iter);
 
 /* Free every entry and the buckets, calling freeValue (when not NULL) on each
- * non-NULL value. The table is left empty and may be initialised again. */
+ * non-NULL value, in insertion order. The table is left empty and may be
+ * used or initialised again. */
 void h_freeTab_(HashTab *tab, void (*freeValue)(void *));
 
 /* 1 when the table holds no entry (or is NULL), else 0. */

@@ -54,7 +54,8 @@ int listInsertEntryAtBack(List *list, ListEntry *entry);
  * the end); 0, or -1 on a NULL argument. */
 int listInsertEntryBefore(List *list, ListEntry *before, ListEntry *entry);
 
-/* Unlink `entry` from `list` (not freed). */
+/* Unlink `entry` from `list` (not freed). The element's own links are left
+ * as they were, so an iterator standing on it can still step forward. */
 void listRemoveEntry(List *list, ListEntry *entry);
 
 /* The first element for which equal(element, key, hint) is non-zero, or NULL. */
@@ -63,7 +64,9 @@ ListEntry *listSearchEntry(List *list, void *key, ListEntryEqualFunc equal, int 
 /* Iterators. Attach places the cursor on the first element (or at the end of
  * an empty list) and returns 0 (-1 on a NULL argument). GetCurEntry gives the
  * element under the cursor, or NULL at the end. Next and Prev move the cursor
- * and return the new current element (NULL once past either end). */
+ * and return the new current element (NULL once past either end). Past
+ * either end the cursor is at the end position; Next and Prev leave it there
+ * (a walk never wraps round). SetCurEntry with NULL moves to the end. */
 int listIteratorAttach(ListIterator *iter, List *list);
 ListEntry *listIteratorGetCurEntry(ListIterator *iter);
 void listIteratorSetCurEntry(ListIterator *iter, ListEntry *entry);

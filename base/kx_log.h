@@ -41,14 +41,18 @@ extern KxCatalog *kx_catd;
 const char *kx_catgets(KxCatalog *catd, int set, int num, const char *defaultText) KX_FORMAT_ARG(4);
 
 /* Format a message and hand it, as one line without a newline at its end, to
- * the current sink with its level. */
+ * the current sink with its level: trailing line ends of the format are
+ * dropped, line breaks inside the text are kept. Messages of any length are
+ * delivered whole while memory lasts. A NULL format logs nothing. */
 void kx_syslog(int level, const char *fmt, ...) KX_FORMAT(2, 3);
 
 /* A sink receives every formatted line. */
 typedef void (*KxLogSink)(int level, const char *line);
 
 /* Install `sink` (NULL restores the default, which writes "LEVEL: line" to
- * standard error) and return the previous one. */
+ * standard error, LEVEL being err, warning, debug or detail) and return the
+ * previous one. The default sink is returned as a real function, never NULL,
+ * so a caller can chain to it or put it back. */
 KxLogSink kx_setLogSink(KxLogSink sink);
 
 #ifdef __cplusplus

@@ -18,7 +18,8 @@ int isdigitstr_(const char *text);
  * of `src` the quoted string occupies, quotes included. A negative value when
  * `src` does not begin with a well-formed quoted string (dst then untouched).
  * The closing quote is the last double quote before the end of the line, so
- * quotes inside the text need no escaping; `dst` must hold strlen(src) bytes. */
+ * quotes inside the text need no escaping and backslashes are ordinary
+ * characters; `dst` must hold strlen(src) bytes. */
 int stripQStr(const char *src, char *dst);
 
 #ifdef __cplusplus

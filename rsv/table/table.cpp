@@ -99,6 +99,12 @@ char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
     }
 
     ent->numHosts = Rsv_alloc(tbl, req->numAskedHosts, candidates.get(), req, &ent->allocVector, "just_enough");
+    if (ent->numHosts > 0 && !ent->allocVector) {
+        // The vector could not be allocated, so nothing was booked.
+        destroyAndFree(ent);
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return nullptr;
+    }
     if (req->description && req->description[0] != '\0')
         ent->description = miscFuncs.dupString(req->description);
     // Entered only once booked: a planner made while booking walks the table

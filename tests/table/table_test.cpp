@@ -63,6 +63,16 @@ RsvEnt *restoredEntry(const char *rsvId, const char *owner, const std::string &w
     return ent;
 }
 
+// An allocator that fails every request made under one caller tag.
+std::string g_failCaller;
+
+void *failingFor(int count, size_t size, const char *caller)
+{
+    if (caller && g_failCaller == caller)
+        return nullptr;
+    return FakeDaemon::allocZeroed(count, size, caller);
+}
+
 int countLines(const std::string &text)
 {
     int n = 0;
@@ -483,6 +493,45 @@ TEST_P(RsvTableTest, RemoveEntryByItsOwnIdentifierText)
     EXPECT_EQ(h_numEnts_(&tbl->entries), 0);
 }
 
+TEST_P(RsvTableTest, AddEntryFailsWith55WhenTheAllocationVectorCannotBeMade)
+{
+    RsvMiscFuncs local = daemon.services;
+    local.allocZeroed = failingFor;
+    RsvMod_init(&local);
+    g_failCaller = "Rsv_alloc";
+    OwnedReq r(0, "alice", 2, 2, {"hostA"}, window);
+    qob_errno = 0;
+    char *id = RsvTimeTbl_addEntry(tbl.get(), &r.req);
+    g_failCaller.clear();
+    RsvMod_init(&daemon.services);
+    EXPECT_EQ(id, nullptr);
+    free(id);
+    EXPECT_EQ(qob_errno, RSV_ERR_NO_MEMORY);
+    EXPECT_EQ(h_numEnts_(&tbl->entries), 0);
+    EXPECT_EQ(booked("hostA"), 0);
+    EXPECT_FALSE(fileExists(stateFile()));
+    EXPECT_TRUE(plannersMatchRebooking(tbl.get()));
+}
+
+TEST_P(RsvTableTest, AddEntryFailsWith55WhenTheEntryCannotBeMade)
+{
+    RsvMiscFuncs local = daemon.services;
+    local.allocZeroed = failingFor;
+    RsvMod_init(&local);
+    g_failCaller = "RsvEnt_new";
+    OwnedReq r(0, "alice", 2, 2, {"hostA"}, window);
+    qob_errno = 0;
+    char *id = RsvTimeTbl_addEntry(tbl.get(), &r.req);
+    g_failCaller.clear();
+    RsvMod_init(&daemon.services);
+    EXPECT_EQ(id, nullptr);
+    free(id);
+    EXPECT_EQ(qob_errno, RSV_ERR_NO_MEMORY);
+    EXPECT_EQ(h_numEnts_(&tbl->entries), 0);
+    EXPECT_EQ(booked("hostA"), 0);
+    EXPECT_FALSE(fileExists(stateFile()));
+}
+
 // ---------------------------------------------------------------- name table
 
 TEST(RsvNameTable, AddNameEntryMakesANameOnlyEntry)
@@ -748,6 +797,47 @@ TEST_P(RsvTableTest, DupTimeTblLogsNothingWithoutTheDebugClass)
     EXPECT_EQ(Rsv_dupTimeTbl4CurrRsv(tbl.get(), ent, tmp), -1);
     EXPECT_TRUE(log.lines().empty());
     RsvTimeTbl_freeTmpTable(tmp);
+}
+
+TEST_P(RsvTableTest, DupTimeTblLogsEntryUnderTheDebugOrTraceClass)
+{
+    OwnedReq r(0, "alice", 1, 1, {"hostA"}, window);
+    TextPtr id(RsvTimeTbl_addEntry(tbl.get(), &r.req));
+    ASSERT_NE(id, nullptr);
+    RsvTimeTbl *tmp = RsvTimeTbl_new(nullptr);
+    ScopedLogClass lc(LC_TRACE);
+    LogCapture log;
+    ASSERT_EQ(Rsv_dupTimeTbl4CurrRsv(tbl.get(), RsvTimeTbl_getEntry(tbl.get(), id.get()), tmp), 0);
+    ASSERT_FALSE(log.lines().empty());
+    EXPECT_EQ(log.lines()[0].level, KX_LOG_DEBUG);
+    EXPECT_EQ(log.lines()[0].text, "Rsv_dupTimeTbl4CurrRsv: Entering...");
+    RsvTimeTbl_freeTmpTable(tmp);
+}
+
+TEST_P(RsvTableTest, DupTimeTblAllocationFailureGivesMinusOneAndCopiesNothing)
+{
+    OwnedReq r(0, "alice", 1, 1, {"hostA"}, window);
+    TextPtr id(RsvTimeTbl_addEntry(tbl.get(), &r.req));
+    ASSERT_NE(id, nullptr);
+    RsvTimeTbl *tmp = RsvTimeTbl_new(nullptr);
+    daemon.failAfter(0);
+    EXPECT_EQ(Rsv_dupTimeTbl4CurrRsv(tbl.get(), RsvTimeTbl_getEntry(tbl.get(), id.get()), tmp), -1);
+    daemon.failAfter(-1);
+    EXPECT_EQ(h_numEnts_(&tmp->entries), 0);
+    EXPECT_EQ(h_numEnts_(&tmp->plannerLists), 0);
+    RsvTimeTbl_freeTmpTable(tmp);
+}
+
+TEST_P(RsvTableTest, RemoveEntryKeepsANameEntryThatJobsStillUse)
+{
+    OwnedReq r(0, "alice", 1, 1, {"hostA"}, window);
+    TextPtr id(RsvTimeTbl_addEntry(tbl.get(), &r.req));
+    ASSERT_NE(id, nullptr);
+    RsvTimeTbl_addNameEntry(daemon.nameTable(), id.get());
+    static_cast<RsvEnt *>(h_getEnt_(daemon.nameTable(), id.get())->value)->numJobs = 1;
+    EXPECT_EQ(RsvTimeTbl_removeEntry(tbl.get(), id.get()), 0);
+    EXPECT_EQ(RsvTimeTbl_getEntry(tbl.get(), id.get()), nullptr);
+    EXPECT_NE(h_getEnt_(daemon.nameTable(), id.get()), nullptr);
 }
 
 TEST(RsvTimeTblFreeTmpTable, NullIsIgnored)

@@ -64,8 +64,8 @@ void RsvTimeTbl_logStat(RsvTimeTbl *tbl)
 /* Start-up in one call: load the id file, then rebuild every record of the
  * state file into the table (booking its hosts). Returns the number of
  * reservations put into the table, 0 when there is no state file yet, or -1
- * when the state file exists but cannot be opened (the id counters are loaded
- * all the same). A rejected line is logged with its line number and skipped;
+ * when the state file exists but cannot be opened or read (the id counters
+ * are loaded all the same, and lines read before a read error stay loaded). A rejected line is logged with its line number and skipped;
  * *numRejected (when not NULL) receives their count. */
 int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
 {
@@ -129,6 +129,11 @@ int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
     std::free(raw);
     if (numRejected)
         *numRejected = rejected;
+    if (std::ferror(fp.get())) {
+        // What was read before the error stays in the table.
+        kx_syslog(KX_LOG_ERR, "%s: failed to read %s: %s", __func__, name, std::strerror(errno));
+        return -1;
+    }
     return restored;
 }
 

@@ -20,7 +20,7 @@ std::string windowWords(const ErrorContext &ctx)
     if (!ctx.window.empty())
         return fmt::format("time window '{}'", ctx.window);
     if (!ctx.begin.empty() || !ctx.end.empty())
-        return fmt::format("time window {} to {}", quoted(ctx.begin, "(unchanged)"), quoted(ctx.end, "(unchanged)"));
+        return fmt::format("{} to {}", quoted(ctx.begin, "(unchanged)"), quoted(ctx.end, "(unchanged)"));
     return "time window";
 }
 
@@ -44,7 +44,10 @@ std::string moduleErrorText(int err, const ErrorContext &ctx)
     case RSV_ERR_NO_MEMORY:
         return "out of memory";
     case RSV_ERR_NOT_ENOUGH_SLOTS:
-        return fmt::format("not enough free slots on {} over the {}", quoted(ctx.hosts, "the hosts"), windowWords(ctx));
+        if (ctx.system)
+            return fmt::format("a system reservation needs hosts with nothing booked: {} has bookings for {}",
+                               quoted(ctx.hosts, "a host"), windowWords(ctx));
+        return fmt::format("not enough free slots on {} for {}", quoted(ctx.hosts, "the hosts"), windowWords(ctx));
     case RSV_ERR_NO_RSV:
     case RSV_ERR_NO_SUCH_RSV:
         return fmt::format("no reservation {}", quoted(ctx.rsvId, "with that identifier"));

@@ -46,6 +46,7 @@ struct ErrorContext {
     std::string end;         // the typed end
     std::string dates;       // a disabled-date text
     int maxPerOwner = 0;
+    bool system = false;     // a system request: hosts must be wholly free
 };
 
 // One line, without "rsvctl: ", for module error number `err`.

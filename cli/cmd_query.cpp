@@ -60,9 +60,9 @@ void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &command
                        session.numRejected(), session.stateFile());
         session.commit();
         if (list->json) {
-            nlohmann::json out;
+            nlohmann::ordered_json out;
             out["now"] = static_cast<long long>(nowTime());
-            out["reservations"] = nlohmann::json::array();
+            out["reservations"] = nlohmann::ordered_json::array();
             for (const auto &v : shown)
                 out["reservations"].push_back(toJson(v));
             fmt::print("{}\n", out.dump(2));

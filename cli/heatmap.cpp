@@ -54,7 +54,8 @@ std::string renderHeatMap(const PlannerPicture &p, bool colour)
             ruler += ' ';
         }
     }
-    out += ruler + "\n" + ticks + "\n";
+    auto trimmed = [](std::string line) { return line.erase(line.find_last_not_of(' ') + 1); };
+    out += trimmed(ruler) + "\n" + trimmed(ticks) + "\n";
     for (int d = 0; d < RSV_PLANNER_DAYS; ++d) {
         time_t day = cellStart(p.week, d, 0);
         std::string label = formatTime(day);  // "Sun 2026-11-22 00:00"

@@ -162,6 +162,7 @@ std::string addReservation(Session &session, const AddRequest &request)
     ctx.begin = request.typedBegin;
     ctx.end = request.typedEnd;
     ctx.maxPerOwner = ownerLimit(session);
+    ctx.system = request.system;
     // Planner lists are kept under the name the module is given: always the
     // official one, so bookings made through an alias are seen by everyone.
     std::vector<std::string> hosts = resolveHosts(session.cluster(), request.hosts);
@@ -179,8 +180,10 @@ std::string addReservation(Session &session, const AddRequest &request)
     HeapReq req;
     req.req.options = (request.recurring ? RSV_OPT_RECURRING : 0) | (request.system ? RSV_OPT_SYSTEM : 0);
     req.req.name = heapText(request.owner);
-    req.req.minNumProcs = request.minSlots;
-    req.req.maxNumProcs = request.maxSlots;
+    // A system reservation takes every free slot: with no minimum the module
+    // offers each host's whole free capacity, then books all of it.
+    req.req.minNumProcs = request.system ? 0 : request.minSlots;
+    req.req.maxNumProcs = request.system ? 0 : request.maxSlots;
     req.setHosts(hosts);
     req.req.timeWindow = heapText(request.window);
     if (!request.description.empty())
@@ -245,6 +248,11 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
     // What the window will be, for the reason shown if it does not fit.
     CText newWindow(RsvMod_buildTimeWindow(ent->timeWindow, modText.c_str()));
     std::string target = newWindow ? newWindow.get() : "";
+    std::vector<std::string> held;
+    for (int i = 0; i < ent->numHosts; ++i)
+        if (ent->allocVector[i].hostName)
+            held.emplace_back(ent->allocVector[i].hostName);
+    ctx.hosts = joined(held);
 
     HeapModReq mod(id);
     mod.body.req.options = RSV_MOD_TIMEWINDOW;
@@ -256,6 +264,9 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
     if (err != 0) {
         std::string detail;
         if (err == RSV_ERR_NOT_ENOUGH_SLOTS && !target.empty()) {
+            size_t dash = target.find('-');
+            ctx.window = fmt::format("{} - {}", formatTime(std::atoll(target.substr(0, dash).c_str())),
+                                     formatTime(std::atoll(target.substr(dash + 1).c_str())));
             std::vector<HostNeed> needs;
             for (int i = 0; i < ent->numHosts; ++i)
                 if (ent->allocVector[i].hostName)
@@ -368,6 +379,10 @@ int removeSlots(Session &session, const std::string &id, int count)
     ctx.rsvId = id;
     if (count < 1)
         usageError("--rm-slots takes a positive number of slots");
+    int held = Rsv_getNumSlotsReserved(RsvTimeTbl_getEntry(session.table(), id.c_str()));
+    if (count > held)
+        throw CliError(kExitRefused, fmt::format("reservation '{}' holds {} slot{}: it cannot give back {}", id, held,
+                                                 held == 1 ? "" : "s", count));
     return removeWith(session, id, {}, count, RSV_RM_NUMPROCS, ctx);
 }
 

@@ -47,7 +47,7 @@ std::string spanText(const Span &span)
     return fmt::format("{} - {}", formatTime(span.begin), formatTime(span.end));
 }
 
-nlohmann::json spanJson(const std::optional<Span> &span)
+nlohmann::ordered_json spanJson(const std::optional<Span> &span)
 {
     if (!span)
         return nullptr;
@@ -74,6 +74,29 @@ std::string windowInWords(const std::string &window, bool recurring)
         return fmt::format("every day {:02d}:{:02d} to {:02d}:{:02d} ({})", h1, m1, h2, m2, formatDuration(duration));
     return fmt::format("every {} {:02d}:{:02d} to {} {:02d}:{:02d} ({})", weekdayName(d1), h1, m1, weekdayName(d2),
                        h2, m2, formatDuration(duration));
+}
+
+std::string compactWindow(const std::string &window, bool recurring)
+{
+    size_t dash = window.find('-');
+    if (dash == std::string::npos)
+        return window;
+    std::string a = window.substr(0, dash), b = window.substr(dash + 1);
+    if (!recurring) {
+        // "Mon 11-23 09:00": the year only when it is not this year's.
+        auto point = [](time_t t) {
+            std::string full = formatTime(t);
+            bool thisYear = formatTime(nowTime()).substr(4, 4) == full.substr(4, 4);
+            return thisYear ? full.substr(0, 4) + full.substr(9) : full;
+        };
+        return fmt::format("{} - {}", point(std::atoll(a.c_str())), point(std::atoll(b.c_str())));
+    }
+    int d1, h1, m1, d2, h2, m2;
+    splitPoint(a, d1, h1, m1);
+    splitPoint(b, d2, h2, m2);
+    if (d1 < 0)
+        return fmt::format("daily {:02d}:{:02d}-{:02d}:{:02d}", h1, m1, h2, m2);
+    return fmt::format("weekly {} {:02d}:{:02d} - {} {:02d}:{:02d}", weekdayName(d1), h1, m1, weekdayName(d2), h2, m2);
 }
 
 std::vector<ReservationView> collectReservations(Session &session)
@@ -134,9 +157,9 @@ std::vector<ReservationView> collectReservations(Session &session)
     return views;
 }
 
-nlohmann::json toJson(const ReservationView &v)
+nlohmann::ordered_json toJson(const ReservationView &v)
 {
-    nlohmann::json hosts = nlohmann::json::array();
+    nlohmann::ordered_json hosts = nlohmann::ordered_json::array();
     for (const auto &h : v.hosts)
         hosts.push_back({{"name", h.name}, {"slots", h.slots}, {"capacity", h.capacity}, {"cpus", h.cpus}});
     return {
@@ -146,8 +169,8 @@ nlohmann::json toJson(const ReservationView &v)
         {"system", v.system},
         {"window", v.window},
         {"window_text", v.windowWords},
-        {"begin", v.oneOff ? nlohmann::json(static_cast<long long>(v.oneOff->begin)) : nlohmann::json(nullptr)},
-        {"end", v.oneOff ? nlohmann::json(static_cast<long long>(v.oneOff->end)) : nlohmann::json(nullptr)},
+        {"begin", v.oneOff ? nlohmann::ordered_json(static_cast<long long>(v.oneOff->begin)) : nlohmann::ordered_json(nullptr)},
+        {"end", v.oneOff ? nlohmann::ordered_json(static_cast<long long>(v.oneOff->end)) : nlohmann::ordered_json(nullptr)},
         {"duration", v.durationSeconds},
         {"hosts", hosts},
         {"slots", v.totalSlots},
@@ -156,7 +179,7 @@ nlohmann::json toJson(const ReservationView &v)
         {"current", spanJson(v.current)},
         {"next", spanJson(v.next)},
         {"disabled", v.disabled},
-        {"description", v.description ? nlohmann::json(*v.description) : nlohmann::json(nullptr)},
+        {"description", v.description ? nlohmann::ordered_json(*v.description) : nlohmann::ordered_json(nullptr)},
         {"created", static_cast<long long>(v.created)},
         {"creator", v.creator},
     };
@@ -172,9 +195,9 @@ std::string formatList(const std::vector<ReservationView> &views)
         for (const auto &h : v.hosts)
             hosts += fmt::format("{}{}:{}", hosts.empty() ? "" : ",", h.name, h.slots);
         std::string type = v.system ? v.type + ",sys" : v.type;
-        std::string window = v.windowWords;
+        std::string window = compactWindow(v.window, v.type != "one-off");
         if (!v.disabled.empty())
-            window += fmt::format(", {} off", v.disabled.size() == 1 ? "1 span" : fmt::format("{} spans", v.disabled.size()));
+            window += fmt::format(" ({} off)", v.disabled.size() == 1 ? "1 span" : fmt::format("{} spans", v.disabled.size()));
         table.addRow({v.id, v.owner, type, std::to_string(v.totalSlots), hosts, window, v.status});
     }
     return table.render();

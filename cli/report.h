@@ -54,7 +54,10 @@ std::vector<ReservationView> collectReservations(Session &session);
 // The window of a reservation in words.
 std::string windowInWords(const std::string &window, bool recurring);
 
-nlohmann::json toJson(const ReservationView &view);
+// The same, short, for list: "daily 22:00-06:00", "Mon 11-23 09:00 - ...".
+std::string compactWindow(const std::string &window, bool recurring);
+
+nlohmann::ordered_json toJson(const ReservationView &view);
 
 std::string formatList(const std::vector<ReservationView> &views);
 std::string formatShow(const ReservationView &view);

@@ -3,11 +3,13 @@
 // writes the current version; the reader accepts every older one.
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "rsv_internal.h"
 
@@ -198,15 +200,40 @@ private:
     size_t len_ = 0;
 };
 
-template <typename... Args>
-std::string format(const char *fmt, Args... args)
-{
-    int n = std::snprintf(nullptr, 0, fmt, args...);
-    std::string out(n > 0 ? static_cast<size_t>(n) : 0, '\0');
-    if (n > 0)
-        std::snprintf(out.data(), out.size() + 1, fmt, args...);
-    return out;
-}
+// Builds one piece of the record: the same text as the record's printf
+// formats (" %s", " %d"), without a format parse per field, since a state
+// file of thousands of records is rewritten after every change.
+class Piece {
+public:
+    Piece &text(std::string_view s)
+    {
+        out_.append(s);
+        return *this;
+    }
+    Piece &word(std::string_view s)
+    {
+        out_.push_back(' ');
+        out_.append(s);
+        return *this;
+    }
+    Piece &number(long long n)
+    {
+        char digits[24];
+        auto res = std::to_chars(digits, digits + sizeof digits, n);
+        out_.append(digits, static_cast<size_t>(res.ptr - digits));
+        return *this;
+    }
+    Piece &blankNumber(long long n)
+    {
+        out_.push_back(' ');
+        return number(n);
+    }
+    const std::string &str() const { return out_; }
+    int need() const { return static_cast<int>(out_.size()) + 1; }
+
+private:
+    std::string out_;
+};
 
 inline const char *orEmpty(const char *s) { return s ? s : ""; }
 
@@ -231,29 +258,36 @@ char *RsvEnt_ToString(const RsvEnt *ent)
     if (!sbuf.init(static_cast<int>(std::strlen(name) + std::strlen(rsvId) + 512)))
         return nullptr;
 
-    std::string header = format("%s %d %d %s %s %s %d %d", orEmpty(ent->version), static_cast<int>(ent->createTime),
-                                ent->options, rsvId, name, orEmpty(ent->timeWindow), ent->numHosts, ent->auxValue);
+    // "%s %d %d %s %s %s %d %d"; createTime is written as a 32-bit int.
+    Piece header;
+    header.text(orEmpty(ent->version))
+        .blankNumber(static_cast<int>(ent->createTime))
+        .blankNumber(ent->options)
+        .word(rsvId)
+        .word(name)
+        .word(orEmpty(ent->timeWindow))
+        .blankNumber(ent->numHosts)
+        .blankNumber(ent->auxValue);
     // The first allocation leaves room for the owner, the identifier and
     // 512 more characters; a longer version or window still must fit.
-    const int headerNeed = static_cast<int>(header.size()) + 1;
-    if (!sbuf.reserve(headerNeed, headerNeed - sbuf.size(), 6108))
+    if (!sbuf.reserve(header.need(), header.need() - sbuf.size(), 6108))
         return nullptr;
-    sbuf.append(header);
+    sbuf.append(header.str());
 
     for (int i = 0; i < ent->numHosts && ent->allocVector; ++i) {
         const AllocElem &elem = ent->allocVector[i];
-        std::string piece = format(" %s %d", orEmpty(elem.hostName), elem.numSlots);
-        const int need = static_cast<int>(piece.size()) + 1;
-        if (!sbuf.reserve(need, std::max(sbuf.size() / 2, need), 6108))
+        Piece piece;
+        piece.word(orEmpty(elem.hostName)).blankNumber(elem.numSlots);
+        if (!sbuf.reserve(piece.need(), std::max(sbuf.size() / 2, piece.need()), 6108))
             return nullptr;
-        sbuf.append(piece);
+        sbuf.append(piece.str());
     }
 
     // The creator is written even when empty, leaving two blanks ahead of the
     // description; the reader recognises that case.
     if (!sbuf.reserve(kCreatorRoom, kCreatorRoom, 6109))
         return nullptr;
-    sbuf.append(format(" %.*s", static_cast<int>(strnlen(ent->creator, kCreatorSize - 1)), ent->creator));
+    sbuf.append(Piece().word(std::string_view(ent->creator, strnlen(ent->creator, kCreatorSize - 1))).str());
 
     const char *description = ent->description;
     const int descNeed = description ? static_cast<int>(std::strlen(description)) + kQuoteRoom : kQuoteRoom;
@@ -283,26 +317,31 @@ char *RsvEnt_ToString(const RsvEnt *ent)
     if (!durations || durations->numEnts < 1) {
         sbuf.append(" 0");
     } else {
-        sbuf.append(format(" %d", durations->numEnts));
+        sbuf.append(Piece().blankNumber(durations->numEnts).str());
         ListIterator iter;
         listIteratorAttach(&iter, durations);
         for (ListEntry *le = listIteratorGetCurEntry(&iter); le; le = listIteratorNext(&iter)) {
             const auto *dd = reinterpret_cast<const RsvDisableDuration *>(le);
-            std::string piece = format(" %d %d %d %d %d %d %d %d", dd->firstDay.mday, dd->firstDay.wday,
-                                       dd->firstDay.mon, dd->firstDay.year, dd->lastDay.mday, dd->lastDay.wday,
-                                       dd->lastDay.mon, dd->lastDay.year);
-            const int need = static_cast<int>(piece.size()) + 1;
-            if (!sbuf.reserve(need, need, 6109))
+            Piece piece;
+            piece.blankNumber(dd->firstDay.mday)
+                .blankNumber(dd->firstDay.wday)
+                .blankNumber(dd->firstDay.mon)
+                .blankNumber(dd->firstDay.year)
+                .blankNumber(dd->lastDay.mday)
+                .blankNumber(dd->lastDay.wday)
+                .blankNumber(dd->lastDay.mon)
+                .blankNumber(dd->lastDay.year);
+            if (!sbuf.reserve(piece.need(), piece.need(), 6109))
                 return nullptr;
-            sbuf.append(piece);
+            sbuf.append(piece.str());
         }
     }
 
-    std::string active = ent->activeTime > 0 ? format(" %d", static_cast<int>(ent->activeTime)) : std::string(" 0");
-    const int activeNeed = static_cast<int>(active.size()) + 1;
-    if (!sbuf.reserve(activeNeed, activeNeed, 6109))
+    Piece active;
+    active.blankNumber(ent->activeTime > 0 ? static_cast<int>(ent->activeTime) : 0);
+    if (!sbuf.reserve(active.need(), active.need(), 6109))
         return nullptr;
-    sbuf.append(active);
+    sbuf.append(active.str());
     return sbuf.release();
 }
 

@@ -54,7 +54,8 @@ void RsvTimeTbl_logStat(RsvTimeTbl *tbl)
         }
         // One flush per line: after a crash in the middle of the walk the
         // file holds whole records up to the last one written.
-        std::fprintf(fp.get(), "%s\n", record.get());
+        std::fputs(record.get(), fp.get());
+        std::fputc('\n', fp.get());
         std::fflush(fp.get());
     }
     fp.reset();

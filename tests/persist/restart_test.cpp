@@ -1,6 +1,9 @@
 // A reservation survives a restart: everything added through the table is
 // written, and a fresh table loading the files gets back the same entries,
 // planners and identifier counters.
+#include <unistd.h>
+
+#include <cstdlib>
 #include <map>
 #include <random>
 #include <string>
@@ -40,6 +43,33 @@ void setCounters(const std::map<std::string, int> &values)
     for (auto &[owner, n] : values)
         RsvId_setCur((owner + "#" + std::to_string(n)).c_str());
 }
+
+// Points TMPDIR at a memory file system while the object lives, when there is
+// one: thousands of in-place rewrites of the state file would otherwise wait
+// on the disk at every close.
+class MemoryTmpDir {
+public:
+    MemoryTmpDir()
+    {
+        if (const char *old = std::getenv("TMPDIR")) {
+            old_ = old;
+            hadOld_ = true;
+        }
+        if (access("/dev/shm", W_OK) == 0)
+            setenv("TMPDIR", "/dev/shm", 1);
+    }
+    ~MemoryTmpDir()
+    {
+        if (hadOld_)
+            setenv("TMPDIR", old_.c_str(), 1);
+        else
+            unsetenv("TMPDIR");
+    }
+
+private:
+    std::string old_;
+    bool hadOld_ = false;
+};
 
 class RestartTest : public ::testing::TestWithParam<const char *> {
 protected:
@@ -98,6 +128,7 @@ protected:
     ScopedTz tz;
     PinnedClock clock;
     FakeDaemon daemon;
+    MemoryTmpDir memoryTmp;
     TempDir dir;
     RsvTimeTbl *tbl = nullptr;
     RsvTimeTbl *fresh = nullptr;

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "planner_internal.h"
 #include "rsv_internal.h"
 
 namespace {
@@ -92,6 +93,18 @@ void applyRange(ResPlanner *planner, int day, int from, int to, ResPlannerOp op,
     } else {
         for (int s = from; s < to; ++s)
             op(&row[s], arg);
+    }
+}
+
+// Book one entry's share of `hostName` when it recurs.
+void addRecursOf(ResPlanner *planner, RsvEnt *ent, const char *hostName)
+{
+    if (!ent || !(ent->options & RSV_OPT_RECURRING) || !ent->allocVector)
+        return;
+    for (int i = 0; i < ent->numHosts; ++i) {
+        const AllocElem &elem = ent->allocVector[i];
+        if (elem.hostName && std::strcmp(elem.hostName, hostName) == 0)
+            ResPlanner_map(planner, ent->timeWindow, ResPlannerEnt_incr, elem.numSlots, ent);
     }
 }
 
@@ -253,17 +266,19 @@ void ResPlanner_addRecurs(ResPlanner *planner, RsvTimeTbl *tbl, const char *host
 {
     if (!planner || !tbl || !hostName)
         return;
-    HashIter iter;
-    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
-        auto *ent = static_cast<RsvEnt *>(he->value);
-        if (!ent || !(ent->options & RSV_OPT_RECURRING) || !ent->allocVector)
-            continue;
-        for (int i = 0; i < ent->numHosts; ++i) {
-            const AllocElem &elem = ent->allocVector[i];
-            if (elem.hostName && std::strcmp(elem.hostName, hostName) == 0)
-                ResPlanner_map(planner, ent->timeWindow, ResPlannerEnt_incr, elem.numSlots, ent);
-        }
+    // Inside one capacity check the table cannot change, so a single walk made
+    // at its start serves every host it asks about, in the same order.
+    if (const rsv::RecurringBookings *shares = rsv::RecurringSnapshot::sharesOf(tbl, hostName)) {
+        for (const rsv::RecurringShare &share : *shares)
+            ResPlanner_map(planner, share.ent->timeWindow, ResPlannerEnt_incr,
+                           share.ent->allocVector[share.elem].numSlots, share.ent);
+        return;
     }
+    if (rsv::RecurringSnapshot::covers(tbl))
+        return; // no recurring reservation holds this host
+    HashIter iter;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter))
+        addRecursOf(planner, static_cast<RsvEnt *>(he->value), hostName);
 }
 
 // List search predicate: non-zero when the planner covers `week` (an RsvWeek).
@@ -335,3 +350,64 @@ void freePlanner_t(void *planner)
 }
 
 } // extern "C"
+
+namespace rsv {
+
+RecurringSnapshot *RecurringSnapshot::active_ = nullptr;
+
+RecurringSnapshot::RecurringSnapshot(RsvTimeTbl *tbl)
+{
+    if (active_ || !tbl)
+        return; // an enclosing snapshot already serves the call
+    tbl_ = tbl;
+    active_ = this;
+}
+
+RecurringSnapshot::~RecurringSnapshot()
+{
+    if (active_ == this)
+        active_ = nullptr;
+}
+
+RecurringSnapshot *RecurringSnapshot::builtFor(const RsvTimeTbl *tbl)
+{
+    RecurringSnapshot *snap = active_;
+    if (!snap || snap->tbl_ != tbl || snap->failed_)
+        return nullptr;
+    if (!snap->built_) {
+        try {
+            HashIter iter;
+            for (HashEnt *he = h_firstEnt_(&snap->tbl_->entries, &iter); he; he = h_nextEnt_(&iter)) {
+                auto *ent = static_cast<RsvEnt *>(he->value);
+                if (!ent || !(ent->options & RSV_OPT_RECURRING) || !ent->allocVector)
+                    continue;
+                for (int i = 0; i < ent->numHosts; ++i)
+                    if (ent->allocVector[i].hostName)
+                        snap->byHost_[ent->allocVector[i].hostName].push_back({ent, i});
+            }
+        } catch (...) {
+            // Out of memory: every new planner walks the table in full instead.
+            snap->byHost_.clear();
+            snap->failed_ = true;
+            return nullptr;
+        }
+        snap->built_ = true;
+    }
+    return snap;
+}
+
+bool RecurringSnapshot::covers(const RsvTimeTbl *tbl)
+{
+    return builtFor(tbl) != nullptr;
+}
+
+const RecurringBookings *RecurringSnapshot::sharesOf(const RsvTimeTbl *tbl, const char *hostName)
+{
+    RecurringSnapshot *snap = builtFor(tbl);
+    if (!snap)
+        return nullptr;
+    auto it = snap->byHost_.find(hostName);
+    return it == snap->byHost_.end() ? nullptr : &it->second;
+}
+
+} // namespace rsv

@@ -307,6 +307,50 @@ TEST_P(AllocTest, ReservableAllocLogsUnderTheAddingOperationsName)
     EXPECT_TRUE(log.lines().empty());
 }
 
+TEST_P(AllocTest, ReservableAllocOverManyHostsMatchesOneQueryPerHost)
+{
+    // Recurring reservations on several hosts, one holding a host twice and one
+    // with a disabled day, and a request over a week that has no planner yet.
+    reserve("bob#1", RSV_OPT_RECURRING, "22:0-2:0", {{"hostA", 1}, {"hostB", 2}});
+    reserve("bob#2", RSV_OPT_RECURRING, "6:21:0-7:3:0", {{"hostB", 1}, {"hostC", 3}, {"hostB", 1}});
+    RsvEnt *off = makeEntry("bob#3", RSV_OPT_RECURRING, "0:0-23:59", {{"hostC", 2}});
+    off->disabledDurations = listCreate("disabled durations");
+    auto *rec = static_cast<RsvDisableDuration *>(calloc(1, sizeof(RsvDisableDuration)));
+    rec->firstDay = tmDay{8, 0, 2, 2026};
+    rec->lastDay = tmDay{8, 0, 2, 2026};
+    listInsertEntryAtBack(off->disabledDurations, &rec->links);
+    addAndBook(tbl, off);
+    reserve("bob#4", 0, oneOff(start + 600, start + 1200), {{"hostU", 9}});
+
+    const char *hosts[] = {"hostA", "hostB", "hostC", "hostU"};
+    int expected[4];
+    for (int i = 0; i < 4; ++i)
+        expected[i] = Rsv_getMaxAvailonHost(tbl, hosts[i], window.c_str(), 0, nullptr);
+    EXPECT_EQ(expected[0], 7);
+    EXPECT_EQ(expected[1], 4);
+    EXPECT_EQ(expected[2], 3); // Sunday 8 March disabled: Saturday's 2 still count
+    EXPECT_EQ(expected[3], 7);
+    const int planners = totalPlanners();
+    OwnedReq r(0, "alice", 0, 100, {"hostA", "hostB", "hostC", "hostU"}, window);
+    ResAlloc *out = nullptr;
+    EXPECT_EQ(RsvTimeTbl_getReservableAlloc(tbl, &r.req, &out, nullptr), 7 + 4 + 3 + 7);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(out[i].numSlots, expected[i]) << hosts[i];
+    EXPECT_EQ(totalPlanners(), planners);
+
+    OwnedVector v;
+    v.n = Rsv_alloc(tbl, 4, out, &r.req, &v.vec, "just_enough");
+    free(out);
+    ASSERT_EQ(v.n, 1);
+    RsvEnt *ent = makeEntry("alice#1", 0, window, {});
+    ent->allocVector = v.vec;
+    ent->numHosts = v.n;
+    v.vec = nullptr;
+    v.n = 0;
+    addOnly(tbl, ent);
+    EXPECT_TRUE(plannersMatchRebooking(tbl));
+}
+
 // --- Rsv_alloc ---
 
 TEST_P(AllocTest, AllocTakesJustEnoughHostsAndLeavesTheRestUnbooked)

@@ -23,6 +23,8 @@ constexpr int kRunningLikeStatus = 0x2 | 0x4 | 0x8 | 0x10;
 
 constexpr size_t kReqTextSize = 1024;
 
+constexpr int kScratchOnStack = 16;
+
 char *copyText(const char *text)
 {
     return text ? miscFuncs.dupString(text) : nullptr;
@@ -123,12 +125,20 @@ int fillInfoEnt(RsvInfoEnt &info, const char *key, RsvEnt *ent)
     }
 
     if (info.numHosts >= 1) {
-        rsv::CPtr<RsvHost *> seen(allocArray<RsvHost *>(info.numHosts));
-        if (!seen)
-            return RSV_ERR_NO_MEMORY;
-        fillHosts(info, ent, sharedId, seen.get());
+        // The host records of this reservation; a reply for a large table
+        // makes one per reservation, so the usual few hosts stay on the stack.
+        RsvHost *onStack[kScratchOnStack];
+        rsv::CPtr<RsvHost *> onHeap;
+        RsvHost **seen = onStack;
+        if (info.numHosts > kScratchOnStack) {
+            onHeap.reset(allocArray<RsvHost *>(info.numHosts));
+            if (!onHeap)
+                return RSV_ERR_NO_MEMORY;
+            seen = onHeap.get();
+        }
+        fillHosts(info, ent, sharedId, seen);
         if (ent->numJobs >= 1)
-            fillJobs(info, ent, seen.get());
+            fillJobs(info, ent, seen);
     } else if (ent->numJobs >= 1) {
         fillJobs(info, ent, nullptr);
     }

@@ -1,0 +1,93 @@
+// The information reply for a large table: 10,000 reservations of 4 hosts and
+// 8 jobs each, built and released.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "rsv_test_support.h"
+
+using namespace rsvtest;
+
+namespace {
+
+constexpr int kReservations = 10000;
+constexpr int kHostsPerReservation = 4;
+constexpr int kJobsPerReservation = 8;
+constexpr int kHosts = 64;
+
+// A daemon finds hosts and jobs by hash; the fake daemon's look-ups are
+// linear scans and ordered-map walks that would be measured instead of the
+// reply.
+std::unordered_map<std::string, RsvHost *> hostIndex;
+std::unordered_map<int64_t, RsvJob *> jobIndex;
+
+RsvHost *indexedHost(const char *name)
+{
+    auto it = hostIndex.find(name ? name : "");
+    return it == hostIndex.end() ? nullptr : it->second;
+}
+
+RsvJob *indexedJob(int64_t jobId)
+{
+    auto it = jobIndex.find(jobId);
+    return it == jobIndex.end() ? nullptr : it->second;
+}
+
+void fillTable(FakeDaemon &daemon, RsvTimeTbl *tbl)
+{
+    std::vector<RsvHost *> hosts;
+    for (int h = 0; h < kHosts; ++h) {
+        std::string name = "host" + std::to_string(h);
+        hosts.push_back(daemon.addHost(name, 16));
+        hostIndex[name] = hosts.back();
+    }
+    int64_t jobId = 1;
+    for (int r = 0; r < kReservations; ++r) {
+        RsvEnt *ent = RsvEnt_new(0, "alice", "1900000000-1900003600");
+        ent->rsvId = strdup(("alice#" + std::to_string(r)).c_str());
+        ent->numHosts = kHostsPerReservation;
+        ent->allocVector = static_cast<AllocElem *>(calloc(kHostsPerReservation, sizeof(AllocElem)));
+        for (int h = 0; h < kHostsPerReservation; ++h) {
+            ent->allocVector[h].hostName = strdup(("host" + std::to_string((r + h) % kHosts)).c_str());
+            ent->allocVector[h].numSlots = 2;
+        }
+        ent->jobList = listCreate("jobs");
+        for (int j = 0; j < kJobsPerReservation; ++j) {
+            auto *job = static_cast<RsvJobEnt *>(calloc(1, sizeof(RsvJobEnt)));
+            job->jobId = jobId;
+            listInsertEntryAtBack(ent->jobList, &job->links);
+            jobIndex[jobId] = daemon.addJob(jobId, 0x4, {hosts[static_cast<size_t>((r + j) % kHosts)]});
+            ++jobId;
+        }
+        ent->numJobs = kJobsPerReservation;
+        ent->description = strdup("benchmark reservation");
+        h_addEnt_(&tbl->entries, ent->rsvId, nullptr)->value = ent;
+    }
+}
+
+void BM_InfoReplyBuildAndRelease(benchmark::State &state)
+{
+    FakeDaemon daemon;
+    RsvTimeTbl *tbl = RsvTimeTbl_new(nullptr);
+    fillTable(daemon, tbl);
+    daemon.services.findHost = indexedHost;
+    daemon.services.findJob = indexedJob;
+    RsvMod_init(&daemon.services);
+    for (auto _ : state) {
+        RsvInfoReply reply{};
+        int rc = RsvTimeTbl_ToRsvInfoReply(tbl, &reply);
+        benchmark::DoNotOptimize(rc);
+        benchmark::DoNotOptimize(reply.rsvInfo);
+        RsvInfoReply_destroy(&reply);
+    }
+    state.SetItemsProcessed(state.iterations() * kReservations);
+    RsvTimeTbl_free(tbl);
+}
+
+} // namespace
+
+BENCHMARK(BM_InfoReplyBuildAndRelease)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);

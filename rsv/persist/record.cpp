@@ -317,7 +317,13 @@ char *RsvEnt_ToString(const RsvEnt *ent)
     if (!durations || durations->numEnts < 1) {
         sbuf.append(" 0");
     } else {
-        sbuf.append(Piece().blankNumber(durations->numEnts).str());
+        // Ten characters were set aside for the count, but a count of nine or
+        // more digits needs more.
+        Piece count;
+        count.blankNumber(durations->numEnts);
+        if (!sbuf.reserve(count.need(), count.need(), 6109))
+            return nullptr;
+        sbuf.append(count.str());
         ListIterator iter;
         listIteratorAttach(&iter, durations);
         for (ListEntry *le = listIteratorGetCurEntry(&iter); le; le = listIteratorNext(&iter)) {

@@ -153,6 +153,9 @@ TEST_P(RestartTest, MixOfReservationsComesBackWhole)
     ASSERT_NE(off, nullptr);
     ASSERT_EQ(RsvTimeTbl_addDurationToDisabledList(tbl, daily, off), 0);
     setRsvActive(tbl, RsvTimeTbl_getEntry(tbl, "alice#1"));
+    clock.advance(600);
+    setRsvActive(tbl, daily);
+    clock.advance(-600);
     RsvTimeTbl_logStat(tbl);
 
     // The add path leaves the creator empty: the description, the disabled
@@ -169,6 +172,7 @@ TEST_P(RestartTest, MixOfReservationsComesBackWhole)
     EXPECT_STREQ(RsvTimeTbl_getEntry(fresh, "bob#0")->description, "daily \"stand-up\"");
     EXPECT_EQ(durationsText(RsvTimeTbl_getEntry(fresh, "bob#0")), "[16,4,10,2023;17,5,10,2023]");
     EXPECT_EQ(RsvTimeTbl_getEntry(fresh, "alice#1")->activeTime, clock.now());
+    EXPECT_EQ(RsvTimeTbl_getEntry(fresh, "bob#0")->activeTime, clock.now() + 600);
     EXPECT_TRUE(plannersEqual(tbl, fresh));
     EXPECT_TRUE(plannersMatchRebooking(fresh));
     // Every owner keeps its counter. Restoring system#0 also records a

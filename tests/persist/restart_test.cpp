@@ -223,24 +223,37 @@ TEST_P(RestartTest, RandomAddsAndRemovesSurviveARestart)
             hosts.push_back("h" + std::to_string(pick(0, 5)));
         std::string win;
         int options = 0;
+        // Every pick in its own statement: the order in which the operands
+        // of one expression are evaluated differs between compilers.
         switch (pick(0, 9)) {
-        case 0:
+        case 0: {
             options = RSV_OPT_RECURRING;
-            win = std::to_string(pick(0, 22)) + ":" + std::to_string(pick(0, 5) * 10) + "-" +
-                  std::to_string(pick(0, 23)) + ":0";
+            const int fromHour = pick(0, 22);
+            const int fromMinute = pick(0, 5) * 10;
+            const int toHour = pick(0, 23);
+            win = std::to_string(fromHour) + ":" + std::to_string(fromMinute) + "-" + std::to_string(toHour) + ":0";
             break;
-        case 1:
+        }
+        case 1: {
             options = RSV_OPT_RECURRING;
-            win = std::to_string(pick(0, 6)) + ":" + std::to_string(pick(0, 23)) + ":0-" +
-                  std::to_string(pick(0, 6)) + ":" + std::to_string(pick(0, 23)) + ":30";
+            const int fromDay = pick(0, 6);
+            const int fromHour = pick(0, 23);
+            const int toDay = pick(0, 6);
+            const int toHour = pick(0, 23);
+            win = std::to_string(fromDay) + ":" + std::to_string(fromHour) + ":0-" + std::to_string(toDay) + ":" +
+                  std::to_string(toHour) + ":30";
             break;
+        }
         default: {
-            time_t start = base + static_cast<time_t>(pick(0, 28 * 24 * 6)) * 600;
-            win = oneOff(start, start + static_cast<time_t>(pick(1, 3 * 24 * 6)) * 600);
+            const time_t start = base + static_cast<time_t>(pick(0, 28 * 24 * 6)) * 600;
+            const time_t length = static_cast<time_t>(pick(1, 3 * 24 * 6)) * 600;
+            win = oneOff(start, start + length);
         }
         }
         const std::string owner = "u" + std::to_string(pick(0, 9));
-        const std::string id = add(options, owner, pick(1, 3), hosts, win, pick(0, 1) ? "d" : nullptr);
+        const int procs = pick(1, 3);
+        const char *description = pick(0, 1) ? "d" : nullptr;
+        const std::string id = add(options, owner, procs, hosts, win, description);
         if (id != "<NULL>") {
             live.push_back(id);
             ++added;
@@ -255,7 +268,12 @@ TEST_P(RestartTest, RandomAddsAndRemovesSurviveARestart)
     EXPECT_EQ(rejected, 0);
     EXPECT_TRUE(sameEntries());
     EXPECT_TRUE(plannersMatchRebooking(fresh));
-    EXPECT_TRUE(plannersEqual(tbl, fresh));
+    // Every planner of the loaded table equals the one before. The table
+    // before may hold more weeks: a week planner made for a one-off
+    // reservation stays after its removal, holding the recurring bookings,
+    // and it still equals a rebooking of the surviving reservations.
+    EXPECT_TRUE(plannersEqual(fresh, tbl));
+    EXPECT_TRUE(plannersMatchRebooking(tbl));
 }
 
 INSTANTIATE_TEST_SUITE_P(Zones, RestartTest, ::testing::Values("UTC", "America/New_York"),

@@ -393,7 +393,7 @@ TEST_F(Rsvctl, ListJsonHasEveryDocumentedField)
     EXPECT_EQ(r["current"]["begin"], kThu0900);
     EXPECT_EQ(r["current"]["end"], kThu1700);
     EXPECT_TRUE(r["next"].is_null());
-    EXPECT_EQ(r["disabled"], json::array());
+    EXPECT_TRUE(r["disabled"].is_array() && r["disabled"].empty());
     EXPECT_TRUE(r["description"].is_null());
     EXPECT_EQ(r["created"], kNow);
 }

@@ -146,9 +146,9 @@ int isRecValidTimeWindow(const char *timeWindow)
 }
 
 // Checks that a reservation may move to `newTimeWindow`: 0, or 36 (NULL or
-// malformed text), 55 (no copy), 247, 248, 385 (start, end or order not
-// acceptable for a reservation that is not active), 323 (an active
-// reservation's start would change). Nothing is changed.
+// malformed text), 52 (NULL entry), 55 (no copy), 247, 248, 385 (start, end
+// or order not acceptable for a reservation that is not active), 323 (an
+// active reservation's start would change). Nothing is changed.
 int isValidModTimeWindow(const char *newTimeWindow, RsvEnt *ent, int recurring)
 {
     static const char *const fn = "isValidModTimeWindow";

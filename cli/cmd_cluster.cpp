@@ -62,10 +62,13 @@ int runCheck(GlobalOptions &global)
     // The daemon's own check, for its log lines under -v.
     RsvTimeTbl_checkEntries(tbl);
     session.commit();
-    if (lost.empty() && numOver == 0) {
+    if (lost.empty() && numOver == 0 && session.numRejected() == 0) {
         fmt::print("ok: every reserved host exists and none is over-reserved\n");
         return kExitOk;
     }
+    if (session.numRejected() > 0)
+        fmt::print("{} line(s) of {} could not be read (rsvctl -v check names them)\n", session.numRejected(),
+                   session.stateFile());
     if (!lost.empty()) {
         fmt::print("hosts that no longer exist:\n");
         TextTable table({"HOST", "RESERVATIONS"});

@@ -636,6 +636,14 @@ TEST_F(Rsvctl, UnreadableStateLinesBlockChangesButNotListing)
     EXPECT_EQ(list.status, 0);
     EXPECT_NE(list.out.find("a#0"), std::string::npos);
     EXPECT_EQ(list.err, "rsvctl: warning: 1 line(s) of '" + state + "/rsv.state' could not be read and are not shown\n");
+    RunResult verbose = rsv({"-v", "list"});
+    EXPECT_NE(verbose.err.find("rsvctl: module [3]: RsvTimeTbl_load: line 2 of " + state + "/rsv.state rejected\n"),
+              std::string::npos)
+        << verbose.err;
+    RunResult check = rsv({"check"});
+    EXPECT_EQ(check.status, 3);
+    EXPECT_EQ(check.out, "1 line(s) of " + state + "/rsv.state could not be read (rsvctl -v check names them)\n");
+    EXPECT_EQ(snapshot(state), before);
 }
 
 TEST(RsvctlStateDir, FirstUseWritesTheDemoClusterOnlyOnSuccess)

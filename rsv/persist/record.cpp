@@ -237,6 +237,8 @@ private:
 
 inline const char *orEmpty(const char *s) { return s ? s : ""; }
 
+inline bool isNamedElement(const AllocElem &elem) { return elem.hostName && elem.hostName[0] != '\0'; }
+
 } // namespace
 
 extern "C" {
@@ -258,6 +260,13 @@ char *RsvEnt_ToString(const RsvEnt *ent)
     if (!sbuf.init(static_cast<int>(std::strlen(name) + std::strlen(rsvId) + 512)))
         return nullptr;
 
+    // Adding hosts can leave trailing elements that never got a host (no
+    // name, no slots). They hold nothing, and a nameless host word would make
+    // the whole line unreadable at the next start, so they are left out.
+    int namedHosts = 0;
+    for (int i = 0; i < ent->numHosts && ent->allocVector; ++i)
+        namedHosts += isNamedElement(ent->allocVector[i]);
+
     // "%s %d %d %s %s %s %d %d"; createTime is written as a 32-bit int.
     Piece header;
     header.text(orEmpty(ent->version))
@@ -266,7 +275,7 @@ char *RsvEnt_ToString(const RsvEnt *ent)
         .word(rsvId)
         .word(name)
         .word(orEmpty(ent->timeWindow))
-        .blankNumber(ent->numHosts)
+        .blankNumber(namedHosts)
         .blankNumber(ent->auxValue);
     // The first allocation leaves room for the owner, the identifier and
     // 512 more characters; a longer version or window still must fit.
@@ -276,8 +285,10 @@ char *RsvEnt_ToString(const RsvEnt *ent)
 
     for (int i = 0; i < ent->numHosts && ent->allocVector; ++i) {
         const AllocElem &elem = ent->allocVector[i];
+        if (!isNamedElement(elem))
+            continue;
         Piece piece;
-        piece.word(orEmpty(elem.hostName)).blankNumber(elem.numSlots);
+        piece.word(elem.hostName).blankNumber(elem.numSlots);
         if (!sbuf.reserve(piece.need(), std::max(sbuf.size() / 2, piece.need()), 6108))
             return nullptr;
         sbuf.append(piece.str());

@@ -72,6 +72,23 @@ TEST_F(RecordTest, ThreeHostsWithoutDescription)
     EXPECT_EQ(toString(ent.get()), "9.11 1700000000 0 grp#2 grp 1000-2000 3 0 hostA 4 hostB 2 hostC 1  \"\" 0 0");
 }
 
+TEST_F(RecordTest, ElementsWithoutHostAreLeftOutAndTheLineReadsBack)
+{
+    // Adding hosts can leave trailing elements with no host and no slots.
+    auto ent = makeEntry("grp#3", "grp", "1000-2000", {{"hostA", 4}, {"hostB", 2}, {"hostC", 1}});
+    free(ent->allocVector[1].hostName);
+    ent->allocVector[1].hostName = nullptr;
+    ent->allocVector[1].numSlots = 0;
+    const std::string text = toString(ent.get());
+    EXPECT_EQ(text, "9.11 1700000000 0 grp#3 grp 1000-2000 2 0 hostA 4 hostC 1  \"\" 0 0");
+    auto back = read(text);
+    ASSERT_NE(back, nullptr);
+    ASSERT_EQ(back->numHosts, 2);
+    EXPECT_STREQ(back->allocVector[0].hostName, "hostA");
+    EXPECT_STREQ(back->allocVector[1].hostName, "hostC");
+    EXPECT_EQ(back->allocVector[1].numSlots, 1);
+}
+
 TEST_F(RecordTest, ActiveTimeZeroOrNegativeIsWrittenAsZero)
 {
     auto ent = makeEntry("a#1", "a", "1-2", {});

@@ -95,7 +95,7 @@ std::string joined(const std::vector<std::string> &items)
 
 int ownerLimit(const Session &session)
 {
-    int limit = const_cast<Session &>(session).cluster().maxPerOwner();
+    int limit = session.cluster().maxPerOwner();
     return limit >= 1 && limit <= 10000 ? limit : 100;
 }
 

@@ -35,6 +35,7 @@ public:
 
     RsvTimeTbl *table() { return table_; }
     Cluster &cluster() { return cluster_; }
+    const Cluster &cluster() const { return cluster_; }
     const std::string &dir() const { return dir_; }
     const std::string &stateFile() const { return stateFile_; }
     const std::string &clusterFile() const { return clusterFile_; }

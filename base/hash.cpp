@@ -7,10 +7,21 @@
 // were made.
 #include "kx_hash.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
+
+// The one sequence every table's delStamp is drawn from, so that no table
+// ever shows a value it (or a table at its address) showed before. It starts
+// at 1: 0 stands for a table that never held an entry.
+std::atomic<unsigned long long> stampSequence{0};
+
+unsigned long long nextStamp()
+{
+    return stampSequence.fetch_add(1, std::memory_order_relaxed) + 1;
+}
 
 // Buckets never grow past this; beyond it chains just get longer.
 constexpr int kMaxBuckets = 1 << 30;
@@ -104,6 +115,7 @@ void h_initTab_(HashTab *tab, int buckets)
     if (!tab)
         return;
     std::memset(tab, 0, sizeof *tab);
+    tab->delStamp = nextStamp();
     tab->numBuckets = roundUpPowerOfTwo(buckets < 1 ? 1 : buckets);
     tab->buckets = static_cast<HashEnt **>(std::calloc(static_cast<size_t>(tab->numBuckets), sizeof(HashEnt *)));
     if (!tab->buckets)
@@ -126,6 +138,8 @@ HashEnt *h_addEnt_(HashTab *tab, const char *key, int *isNew)
     }
     if (!ensureBuckets(tab))
         return nullptr;
+    if (tab->delStamp == 0)
+        tab->delStamp = nextStamp(); // a zero-filled table's first entry
 
     auto *ent = static_cast<HashEnt *>(std::calloc(1, sizeof(HashEnt)));
     char *keyCopy = static_cast<char *>(std::malloc(std::strlen(key) + 1));
@@ -189,6 +203,7 @@ void h_delEnt_(HashTab *tab, HashEnt *ent)
     else
         tab->last = ent->orderPrev;
     tab->numEnts--;
+    tab->delStamp = nextStamp();
 
     std::free(ent->key);
     std::free(ent);
@@ -204,6 +219,14 @@ HashEnt *h_firstEnt_(HashTab *tab, HashIter *iter)
     iter->tab = tab;
     iter->next = tab ? tab->first : nullptr;
     return h_nextEnt_(iter);
+}
+
+// The entry after `ent` in insertion order (the first for NULL), or NULL.
+HashEnt *h_nextEntAfter_(HashTab *tab, HashEnt *ent)
+{
+    if (!tab)
+        return nullptr;
+    return ent ? ent->orderNext : tab->first;
 }
 
 // The next entry of the walk, or NULL at its end. Only the entry just
@@ -233,6 +256,7 @@ void h_freeTab_(HashTab *tab, void (*freeValue)(void *))
     tab->numBuckets = 0;
     tab->first = tab->last = nullptr;
     tab->numEnts = 0;
+    tab->delStamp = nextStamp();
     while (ent) {
         HashEnt *next = ent->orderNext;
         if (freeValue && ent->value)

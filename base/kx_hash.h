@@ -28,6 +28,17 @@ typedef struct HashTab {
     int numEnts;
     HashEnt *first; /* insertion order */
     HashEnt *last;
+    /* Changes whenever an entry leaves the table (h_delEnt_, h_freeTab_) or
+     * the table is initialised (h_initTab_), and is given a first value by
+     * the first h_addEnt_ of a zero-filled table; adding entries leaves it
+     * alone otherwise. Its values come from one sequence shared by every
+     * table of the process, so a table emptied and filled again, or a new
+     * table at an old one's address, never shows an earlier value: a cache
+     * that remembers it, and the last entry it has seen, knows that it
+     * only has to take in the entries after that one while the value is
+     * unchanged. 0 only for a zero-filled table that never held an entry;
+     * 64 bits, so the sequence never wraps round. */
+    unsigned long long delStamp;
 } HashTab;
 
 typedef struct HashIter {
@@ -55,6 +66,11 @@ void h_delEnt_(HashTab *tab, HashEnt *ent);
 
 /* Start a walk in insertion order: the first entry or NULL. */
 HashEnt *h_firstEnt_(HashTab *tab, HashIter *iter);
+
+/* The entry after `ent` in insertion order, the first entry when `ent` is
+ * NULL, or NULL at the end (or for a NULL table). `ent` must be an entry of
+ * `tab`; no iterator is needed, so a cache can resume where it stopped. */
+HashEnt *h_nextEntAfter_(HashTab *tab, HashEnt *ent);
 
 /* The next entry of the walk, or NULL at the end. During a walk only the
  * entry just returned may be deleted; entries added during a walk never

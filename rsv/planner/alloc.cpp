@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "planner_internal.h"
 #include "rsv_internal.h"
 
 namespace {
@@ -75,8 +74,6 @@ int RsvTimeTbl_getReservableAlloc(RsvTimeTbl *tbl, RsvReq *req, ResAlloc **out, 
     }
 
     const int recurring = req->options & RSV_OPT_RECURRING;
-    // Queries change no reservation: one walk of the table serves every host.
-    rsv::RecurringSnapshot snapshot(tbl);
     int64_t total = 0;
     for (int i = 0; i < req->numAskedHosts; ++i) {
         // The list is taken under the name as asked, before it is resolved.
@@ -142,8 +139,6 @@ int Rsv_alloc(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvReq *req, Alloc
         return hosts;
 
     const int recurring = req->options & RSV_OPT_RECURRING;
-    // Booking a request changes no reservation: one walk serves every host.
-    rsv::RecurringSnapshot snapshot(tbl);
     int64_t booked = 0;
     int k = 0;
     for (int i = 0; i < numAvail && k < hosts; ++i) {

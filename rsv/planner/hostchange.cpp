@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "planner_internal.h"
 #include "rsv_internal.h"
 
 namespace {
@@ -97,6 +98,7 @@ int RsvTimeTbl_modEntrywithAddHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
     if (count < 0)
         return -1;
     ent->numHosts = count;
+    rsv::noteRecurringChange();
     return 0;
 }
 
@@ -241,6 +243,7 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
 
     RsvEnt_freeAllocVector(&ent->allocVector, ent->numHosts);
     ent->allocVector = vector;
+    rsv::noteRecurringChange();
     return size;
 }
 
@@ -473,6 +476,7 @@ int RsvTimeTbl_modEntryWithRmHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *
     RsvEnt_freeAllocVector(&ent->allocVector, ent->numHosts);
     ent->allocVector = vector;
     ent->numHosts = newCount;
+    rsv::noteRecurringChange();
     return byNumber ? done : -left;
 }
 

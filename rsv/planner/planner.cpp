@@ -266,16 +266,11 @@ void ResPlanner_addRecurs(ResPlanner *planner, RsvTimeTbl *tbl, const char *host
 {
     if (!planner || !tbl || !hostName)
         return;
-    // Inside one capacity check the table cannot change, so a single walk made
-    // at its start serves every host it asks about, in the same order.
-    if (const rsv::RecurringBookings *shares = rsv::RecurringSnapshot::sharesOf(tbl, hostName)) {
-        for (const rsv::RecurringShare &share : *shares)
-            ResPlanner_map(planner, share.ent->timeWindow, ResPlannerEnt_incr,
-                           share.ent->allocVector[share.elem].numSlots, share.ent);
+    // The table's recurring index gives the same bookings in the same order
+    // without visiting every reservation; the walk is what it stands for, and
+    // what is left when no index can be had.
+    if (rsv::addRecursFromIndex(planner, tbl, hostName))
         return;
-    }
-    if (rsv::RecurringSnapshot::covers(tbl))
-        return; // no recurring reservation holds this host
     HashIter iter;
     for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter))
         addRecursOf(planner, static_cast<RsvEnt *>(he->value), hostName);
@@ -350,64 +345,3 @@ void freePlanner_t(void *planner)
 }
 
 } // extern "C"
-
-namespace rsv {
-
-RecurringSnapshot *RecurringSnapshot::active_ = nullptr;
-
-RecurringSnapshot::RecurringSnapshot(RsvTimeTbl *tbl)
-{
-    if (active_ || !tbl)
-        return; // an enclosing snapshot already serves the call
-    tbl_ = tbl;
-    active_ = this;
-}
-
-RecurringSnapshot::~RecurringSnapshot()
-{
-    if (active_ == this)
-        active_ = nullptr;
-}
-
-RecurringSnapshot *RecurringSnapshot::builtFor(const RsvTimeTbl *tbl)
-{
-    RecurringSnapshot *snap = active_;
-    if (!snap || snap->tbl_ != tbl || snap->failed_)
-        return nullptr;
-    if (!snap->built_) {
-        try {
-            HashIter iter;
-            for (HashEnt *he = h_firstEnt_(&snap->tbl_->entries, &iter); he; he = h_nextEnt_(&iter)) {
-                auto *ent = static_cast<RsvEnt *>(he->value);
-                if (!ent || !(ent->options & RSV_OPT_RECURRING) || !ent->allocVector)
-                    continue;
-                for (int i = 0; i < ent->numHosts; ++i)
-                    if (ent->allocVector[i].hostName)
-                        snap->byHost_[ent->allocVector[i].hostName].push_back({ent, i});
-            }
-        } catch (...) {
-            // Out of memory: every new planner walks the table in full instead.
-            snap->byHost_.clear();
-            snap->failed_ = true;
-            return nullptr;
-        }
-        snap->built_ = true;
-    }
-    return snap;
-}
-
-bool RecurringSnapshot::covers(const RsvTimeTbl *tbl)
-{
-    return builtFor(tbl) != nullptr;
-}
-
-const RecurringBookings *RecurringSnapshot::sharesOf(const RsvTimeTbl *tbl, const char *hostName)
-{
-    RecurringSnapshot *snap = builtFor(tbl);
-    if (!snap)
-        return nullptr;
-    auto it = snap->byHost_.find(hostName);
-    return it == snap->byHost_.end() ? nullptr : &it->second;
-}
-
-} // namespace rsv

@@ -1,56 +1,59 @@
-// planner_internal.h: what the planner units share and nothing else sees.
+// planner_internal.h: what the planner units share with the rest of the
+// module and nothing else sees.
 #ifndef RSV_PLANNER_INTERNAL_H
 #define RSV_PLANNER_INTERNAL_H
-
-#include <string_view>
-#include <unordered_map>
-#include <vector>
 
 #include "qob.rsvimpl.h"
 
 namespace rsv {
 
-// One recurring reservation's share of a host: element `elem` of its
-// allocation vector.
-struct RecurringShare {
-    RsvEnt *ent;
-    int elem;
-};
-using RecurringBookings = std::vector<RecurringShare>;
+// The recurring index (recurindex.cpp) keeps, per table and per host name,
+// the recurring reservations' shares of that host: (entry, element of its
+// allocation vector), in the table's entry order and then element order, so
+// that ResPlanner_addRecurs books exactly what a walk of every entry books,
+// without the walk. It stays exact because:
+//  - entries added to a table are taken in on next use, from the last entry
+//    seen to the end of the table's insertion order (start-up, which only
+//    adds, stays linear);
+//  - an entry leaving the table, or the table being emptied or initialised,
+//    changes the table's delStamp, and the index is made again;
+//  - every module call that changes an entry already in a table in a way
+//    the index depends on (its record replaced, its allocation vector or host
+//    count replaced) calls noteRecurringChange(), and every index is made
+//    again on its next use;
+//  - slot counts, windows and disabled days are read from the entry when the
+//    booking is made, and an entry that no longer recurs is skipped.
+// A daemon must therefore change reservations through the module's calls,
+// never by writing an entry's allocation vector, host count or recurring bit
+// (or a table's entry values) itself. No module call sets the recurring bit
+// of an entry already in a table.
 
-// For the life of the object, ResPlanner_addRecurs on `tbl` reads the recurring
-// shares of each host from one walk of the table, made when the first new
-// planner needs it, instead of walking every reservation again for each new
-// planner. The shares keep the table's
-// entry order and each entry's element order, so the bookings are exactly
-// those of a walk. Use it only around work that does not change the table's
-// reservations (queries and bookings of one request); nested objects defer to
-// the outermost one. If memory runs out the object does nothing.
-class RecurringSnapshot {
-public:
-    explicit RecurringSnapshot(RsvTimeTbl *tbl);
-    ~RecurringSnapshot();
-    RecurringSnapshot(const RecurringSnapshot &) = delete;
-    RecurringSnapshot &operator=(const RecurringSnapshot &) = delete;
+// Books into `planner` the shares of `hostName` of every recurring
+// reservation of `tbl`, as the full walk would. False when the index cannot
+// serve the call (disabled, out of memory, an entry without a record at the
+// end of the table, or a share that no longer matches its entry); nothing is
+// booked then and the caller walks the table.
+bool addRecursFromIndex(ResPlanner *planner, RsvTimeTbl *tbl, const char *hostName);
 
-    // Whether a snapshot of `tbl` is in force.
-    static bool covers(const RsvTimeTbl *tbl);
-    // The shares of `hostName` (exact name) in the snapshot of `tbl`, or NULL
-    // when there is no snapshot or the host has none.
-    static const RecurringBookings *sharesOf(const RsvTimeTbl *tbl, const char *hostName);
+// An entry already in a table has had its record, allocation vector or host
+// count replaced: every index is made again on its next use.
+void noteRecurringChange();
 
-private:
-    // The active snapshot of `tbl`, its walk made on first use; NULL when none
-    // is in force or its walk ran out of memory.
-    static RecurringSnapshot *builtFor(const RsvTimeTbl *tbl);
+// Forget the index of `tbl` (the table is being freed). NULL is ignored.
+void dropRecurringIndex(const RsvTimeTbl *tbl);
 
-    RsvTimeTbl *tbl_ = nullptr;
-    bool built_ = false;
-    bool failed_ = false;
-    // Keys point at the entries' own host names, which outlive the snapshot.
-    std::unordered_map<std::string_view, RecurringBookings> byHost_;
-    static RecurringSnapshot *active_;
-};
+// Tests only: with false, ResPlanner_addRecurs walks the table every time,
+// which is the reference the index must match; indexes are kept meanwhile.
+void setRecurringIndexEnabled(bool enabled);
+bool recurringIndexEnabled();
+
+// Tests only: with true, making or extending an index fails as when memory
+// runs out.
+void setRecurringIndexBuildFails(bool fails);
+
+// Tests only: how many times an index has been made from the start of its
+// table (not counting the entries taken in afterwards), over all tables.
+unsigned long recurringIndexRebuilds();
 
 } // namespace rsv
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "planner/planner_internal.h"
 #include "rsv_internal.h"
 
 namespace {
@@ -105,6 +106,7 @@ void RsvTimeTbl_free(RsvTimeTbl *tbl)
 {
     if (!tbl)
         return;
+    rsv::dropRecurringIndex(tbl);
     h_freeTab_(&tbl->entries, destroyEntry);
     h_freeTab_(&tbl->plannerLists, destroyPlannerList);
     free(tbl->stateFile);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "planner/planner_internal.h"
 #include "rsv_internal.h"
 
 namespace {
@@ -149,6 +150,7 @@ int RsvTimeTbl_replaceEntry(RsvTimeTbl *tbl, const char *rsvId, RsvEnt *newEntry
     if (old)
         destroyAndFree(old);
     he->value = newEntry;
+    rsv::noteRecurringChange();
     return 0;
 }
 
@@ -177,6 +179,7 @@ void RsvTimeTbl_restoreEntry(RsvTimeTbl *tbl, RsvEnt *ent)
             Rsv_dealloc(tbl, old);
             h_delEnt_(&tbl->entries, earlier);
             destroyAndFree(old);
+            rsv::noteRecurringChange();
         }
     }
 
@@ -379,6 +382,7 @@ void RsvTimeTbl_freeTmpTable(RsvTimeTbl *tmpTbl)
 {
     if (!tmpTbl)
         return;
+    rsv::dropRecurringIndex(tmpTbl);
     h_freeTab_(&tmpTbl->plannerLists, freePlannerList);
     h_freeTab_(&tmpTbl->entries, freeShallowEntry);
     free(tmpTbl->stateFile);

@@ -355,3 +355,113 @@ TEST(HashTable, FreedTableCanBeUsedAndInitialisedAgain)
     EXPECT_EQ(walkKeys(&tab), std::vector<std::string>{"c"});
     h_freeTab_(&tab, nullptr);
 }
+
+TEST(HashTableNextAfter, NullStartsAtTheFirstEntryAndTheLastEndsTheWalk)
+{
+    Table t;
+    EXPECT_EQ(h_nextEntAfter_(&t.tab, nullptr), nullptr);
+    HashEnt *a = add(&t.tab, "a");
+    HashEnt *b = add(&t.tab, "b");
+    HashEnt *c = add(&t.tab, "c");
+    EXPECT_EQ(h_nextEntAfter_(&t.tab, nullptr), a);
+    EXPECT_EQ(h_nextEntAfter_(&t.tab, a), b);
+    EXPECT_EQ(h_nextEntAfter_(&t.tab, b), c);
+    EXPECT_EQ(h_nextEntAfter_(&t.tab, c), nullptr);
+    EXPECT_EQ(h_nextEntAfter_(nullptr, a), nullptr);
+}
+
+TEST(HashTableNextAfter, EntriesAddedAfterTheLastOneSeenAreFoundFromIt)
+{
+    Table t;
+    for (int i = 0; i < 3; ++i)
+        add(&t.tab, keyOf(i));
+    HashEnt *lastSeen = t.tab.last;
+    // Enough additions to grow the buckets: the order list is what is followed.
+    for (int i = 3; i < 200; ++i)
+        add(&t.tab, keyOf(i));
+    std::vector<std::string> later;
+    for (HashEnt *e = h_nextEntAfter_(&t.tab, lastSeen); e; e = h_nextEntAfter_(&t.tab, e))
+        later.emplace_back(e->key);
+    ASSERT_EQ(later.size(), 197u);
+    EXPECT_EQ(later.front(), keyOf(3));
+    EXPECT_EQ(later.back(), keyOf(199));
+}
+
+TEST(HashTableNextAfter, SkipsAnEntryDeletedAfterTheOneGiven)
+{
+    Table t;
+    HashEnt *a = add(&t.tab, "a");
+    add(&t.tab, "b");
+    HashEnt *c = add(&t.tab, "c");
+    h_delEnt_(&t.tab, h_getEnt_(&t.tab, "b"));
+    EXPECT_EQ(h_nextEntAfter_(&t.tab, a), c);
+}
+
+TEST(HashTableDelStamp, InitialisingGivesANonZeroStampThatAddingKeeps)
+{
+    Table t;
+    const unsigned long long stamp = t.tab.delStamp;
+    EXPECT_NE(stamp, 0u);
+    for (int i = 0; i < 100; ++i)
+        add(&t.tab, keyOf(i));
+    add(&t.tab, keyOf(5)); // an existing key
+    EXPECT_EQ(t.tab.delStamp, stamp);
+}
+
+TEST(HashTableDelStamp, EveryDeletionChangesIt)
+{
+    Table t;
+    add(&t.tab, "a");
+    add(&t.tab, "b");
+    const unsigned long long s0 = t.tab.delStamp;
+    h_delEnt_(&t.tab, h_getEnt_(&t.tab, "a"));
+    const unsigned long long s1 = t.tab.delStamp;
+    EXPECT_NE(s1, s0);
+    h_delEnt_(&t.tab, h_getEnt_(&t.tab, "b"));
+    EXPECT_NE(t.tab.delStamp, s1);
+    EXPECT_NE(t.tab.delStamp, s0);
+}
+
+TEST(HashTableDelStamp, DeletingAnEntryOfAnotherTableLeavesItAlone)
+{
+    Table t;
+    Table other;
+    add(&t.tab, "a");
+    HashEnt *foreign = add(&other.tab, "zzz");
+    const unsigned long long stamp = t.tab.delStamp;
+    h_delEnt_(&t.tab, foreign);
+    EXPECT_EQ(t.tab.delStamp, stamp);
+    EXPECT_EQ(h_numEnts_(&other.tab), 1);
+}
+
+TEST(HashTableDelStamp, FreeingAndInitialisingNeverGiveAnEarlierValue)
+{
+    HashTab tab{};
+    h_initTab_(&tab, 4);
+    const unsigned long long s0 = tab.delStamp;
+    add(&tab, "a");
+    h_freeTab_(&tab, nullptr);
+    const unsigned long long s1 = tab.delStamp;
+    EXPECT_NE(s1, s0);
+    h_initTab_(&tab, 4);
+    const unsigned long long s2 = tab.delStamp;
+    EXPECT_NE(s2, s0);
+    EXPECT_NE(s2, s1);
+    h_freeTab_(&tab, nullptr);
+}
+
+TEST(HashTableDelStamp, TwoTablesNeverShareAStampFromInitialisation)
+{
+    Table a;
+    Table b;
+    EXPECT_NE(a.tab.delStamp, b.tab.delStamp);
+}
+
+TEST(HashTableDelStamp, ZeroFilledTableGetsAStampWithItsFirstEntry)
+{
+    HashTab tab{};
+    EXPECT_EQ(tab.delStamp, 0u);
+    add(&tab, "a");
+    EXPECT_NE(tab.delStamp, 0u);
+    h_freeTab_(&tab, nullptr);
+}

@@ -47,8 +47,8 @@ void dropRecurringIndex(const RsvTimeTbl *tbl);
 void setRecurringIndexEnabled(bool enabled);
 bool recurringIndexEnabled();
 
-// Tests only: with true, making or extending an index fails as when memory
-// runs out.
+// Tests only: with true, every use of an index fails as when memory runs
+// out while making or extending it (the index is dropped).
 void setRecurringIndexBuildFails(bool fails);
 
 // Tests only: how many times an index has been made from the start of its

@@ -6,7 +6,11 @@
  *
  * The module is not reentrant: call it from one thread at a time. Records
  * made by the module come from the daemon's allocZeroed/dupString services
- * and are released with free(). Times are local calendar time in seconds. */
+ * and are released with free(). Times are local calendar time in seconds.
+ *
+ * Change reservations only through the module's calls: the planners keep an
+ * index of recurring bookings that those calls keep up to date, so an entry's
+ * hosts, options or table slot changed by hand would not be seen by it. */
 #ifndef QOB_RSVIMPL_H
 #define QOB_RSVIMPL_H
 

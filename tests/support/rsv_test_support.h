@@ -173,6 +173,10 @@ ResPlanner *findPlanner(RsvTimeTbl *tbl, const std::string &host, const RsvWeek 
 // Two tables hold the same planner weeks and cells for every host.
 ::testing::AssertionResult plannersEqual(RsvTimeTbl *a, RsvTimeTbl *b);
 
+// Every cell of every planner, host by host, in list order, each planner led
+// by its week: equal results mean the planners did not change.
+std::vector<int> plannerCells(RsvTimeTbl *tbl);
+
 // Booked count of one cell (day 0..6, slot 0..143).
 inline int cell(const ResPlanner *p, int day, int slot) { return p->slots[day][slot].reserved; }
 

@@ -31,24 +31,6 @@ std::string entryText(const RsvEnt *ent)
     return result;
 }
 
-// Every cell of every planner, host by host, in list order.
-std::vector<int> plannerCells(RsvTimeTbl *tbl)
-{
-    std::vector<int> cells;
-    HashIter it;
-    for (HashEnt *he = h_firstEnt_(&tbl->plannerLists, &it); he; he = h_nextEnt_(&it)) {
-        List *list = static_cast<List *>(he->value);
-        for (ListEntry *e = list->forw; e != reinterpret_cast<ListEntry *>(list); e = e->forw) {
-            auto *p = reinterpret_cast<ResPlanner *>(e);
-            cells.push_back(p->week.startYear * 10000 + p->week.startMonth * 100 + p->week.startDay);
-            for (int d = 0; d < RSV_PLANNER_DAYS; ++d)
-                for (int s = 0; s < RSV_PLANNER_SLOTS_PER_DAY; ++s)
-                    cells.push_back(p->slots[d][s].reserved);
-        }
-    }
-    return cells;
-}
-
 // Everything a change may touch: the entry (as its record text), the planners
 // and both files.
 struct Snapshot {

@@ -102,7 +102,10 @@ enum {
     RSV_ERR_HOST_IN_USE = 330,
     RSV_ERR_DATE_IN_PAST = 334,
     RSV_ERR_DAY_MISMATCH = 337,
-    RSV_ERR_END_BEFORE_START = 385
+    RSV_ERR_END_BEFORE_START = 385,
+    /* Added by this module beyond the daemon's numbers (durable mode). */
+    RSV_ERR_NOT_SAVED = 600,    /* a file could not be written; errno says why */
+    RSV_ERR_INCONSISTENT = 601  /* RsvTimeTbl_verify found a broken invariant */
 };
 
 /* Host record bits tested when hosts are removed by flag. */
@@ -524,6 +527,86 @@ char *RsvReq_ToString(const RsvReq *req);
 int fillRsvFinishLog(RsvFinishLog *record, RsvTimeTbl *tbl, const char *rsvId);
 void setJobRsvInActive(int64_t jobId, int flag);
 int jobListRsvId_equal(void *element, void *key, int ignored);
+
+/* ======================================================================== */
+/* Durable mode                                                             */
+/* ======================================================================== */
+/* By default every change rewrites the state file in place, one flushed line
+ * at a time, and the id file after it; write errors are not detected, and a
+ * daemon built for that keeps working unchanged. A table switched to durable
+ * mode instead writes each file as one text to a temporary file in the same
+ * directory ("<file>.tmp"), fsyncs it, renames it over the old file and
+ * fsyncs the directory; the id file is written before the state file, so the
+ * state file never holds an identifier beyond the id file's counter, and a
+ * crash at any moment leaves each file either old or new, never cut.
+ *
+ * In durable mode the changing calls RsvTimeTbl_addEntry,
+ * RsvTimeTbl_removeEntry, RsvTimeTbl_removeEntries, RsvTimeTbl_modifyTimeWindow,
+ * RsvTimeTbl_addHosts, RsvTimeTbl_removeHosts, RsvTimeTbl_disableDays,
+ * RsvTimeTbl_setDescription, RsvTimeTbl_activate and RsvTimeTbl_deactivate
+ * (and setRsvActive/setRsvInactive through them) are all or nothing: the
+ * change is made in memory and saved, or, when the save fails, memory (entry,
+ * planner cells, recurring index, id counter) and both files are left exactly
+ * as they were and the call reports RSV_ERR_NOT_SAVED with errno kept from
+ * the failed step. In both modes a change that runs out of memory part-way
+ * is undone and reports RSV_ERR_NO_MEMORY. The low-level calls that change a
+ * table without writing it (RsvTimeTbl_modEntrywithAddHosts,
+ * RsvTimeTbl_modEntryWithRmHosts, Rsv_chkupdRsv4NewTimeWindow,
+ * RsvTimeTbl_replaceEntry, ...) keep their own behaviour; a daemon that uses
+ * them in durable mode calls RsvTimeTbl_save afterwards. */
+
+/* Switch `tbl` to durable saving (`durable` non-zero) or back to the default
+ * rewrite. Returns the previous mode (0 or 1), or -1 for a NULL table. */
+int RsvTimeTbl_setDurable(RsvTimeTbl *tbl, int durable);
+
+/* 1 when `tbl` saves durably, else 0 (also for NULL). */
+int RsvTimeTbl_isDurable(const RsvTimeTbl *tbl);
+
+/* Write the id file, then the state file, of `tbl` durably (whatever the
+ * table's mode). 0 when both are on disk; RSV_ERR_NOT_SAVED (also stored in
+ * qob_errno, errno kept from the failed step, details from
+ * RsvTimeTbl_lastSaveError) when one could not be written: that file and the
+ * ones after it are left as they were; RSV_ERR_BAD_ARGUMENT for a NULL table
+ * or one without file names; RSV_ERR_NO_MEMORY when the text cannot be built
+ * (nothing written). The table itself is never changed. */
+int RsvTimeTbl_save(RsvTimeTbl *tbl);
+
+/* The last failed durable save of `tbl`: returns its errno (0 when the last
+ * save succeeded or none was made); *file (when not NULL) gets the file that
+ * could not be written and *step the failed step ("open", "write", "fsync",
+ * "close", "rename", "fsync directory"). Both texts belong to the table and
+ * stay valid until its next save. */
+int RsvTimeTbl_lastSaveError(const RsvTimeTbl *tbl, const char **file, const char **step);
+
+/* Remove every reservation of `rsvIds` (count of them) in one change: all
+ * are removed and the files rewritten once, or none is. 0; RSV_ERR_NO_RSV
+ * when an identifier is not in the table or named twice (nothing removed;
+ * *failedIndex, when not NULL, gets its position); RSV_ERR_BAD_ARGUMENT for
+ * NULL arguments or a count below 1; RSV_ERR_NOT_SAVED or RSV_ERR_NO_MEMORY
+ * as above (nothing removed). The error is also stored in qob_errno. */
+int RsvTimeTbl_removeEntries(RsvTimeTbl *tbl, const char *const *rsvIds, int count, int *failedIndex);
+
+/* setRsvActive and setRsvInactive with their outcome: 0 (also when nothing
+ * had to be written), RSV_ERR_BAD_ARGUMENT for a NULL entry, or in durable
+ * mode RSV_ERR_NOT_SAVED with the entry's state and activeTime left as they
+ * were. */
+int RsvTimeTbl_activate(RsvTimeTbl *tbl, RsvEnt *ent);
+int RsvTimeTbl_deactivate(RsvTimeTbl *tbl, RsvEnt *ent);
+
+/* A problem found by RsvTimeTbl_verify: one line of text, valid during the
+ * call only. */
+typedef void (*RsvVerifyProblem)(void *context, const char *problem);
+
+/* Check the table's invariants: every planner cell equals a rebooking of the
+ * table's entries from scratch; the recurring index matches the entries;
+ * every entry is stored under its own identifier and has a planner list for
+ * each of its hosts; and for every entry "word#n" the counter of its owner
+ * (the entry's name) exists and is at least n, unless it lies more than half
+ * the per-owner limit below n (the numbers wrapped around).
+ * Each problem is passed to `report` (may be NULL). Returns the number of
+ * problems (0: consistent), or -1 for a NULL table or when memory runs out
+ * (qob_errno RSV_ERR_NO_MEMORY). Changes nothing, writes nothing. */
+int RsvTimeTbl_verify(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context);
 
 #ifdef __cplusplus
 }

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "qob.rsvimpl.h"
 
@@ -31,6 +32,37 @@ struct FreeDeleter {
 };
 template <typename T>
 using CPtr = std::unique_ptr<T, FreeDeleter>;
+
+// Every block the module makes for a record comes from here: the daemon's
+// allocZeroed and dupString services (calloc and strdup before RsvMod_init).
+// Each NULL result is counted, so that a change can tell afterwards that it
+// ran short somewhere on the way, even where a step only skipped its work.
+void *allocRecord(int count, size_t size, const char *caller) noexcept;
+char *dupText(const char *text) noexcept;
+// Failures counted so far; a change compares it before and after.
+unsigned long allocationFailures() noexcept;
+// Count a failure that did not come from the two calls above (a C++
+// container of the module that could not grow).
+void noteAllocationFailure() noexcept;
+
+// What the module keeps per table beyond the record the daemon sees.
+struct TableSettings {
+    bool durable = false;
+    // The last failed durable save: its errno, file and step.
+    int saveErrno = 0;
+    std::string saveFile;
+    const char *saveStep = "";
+};
+// The settings of `tbl`, made on first use when `create`; NULL when absent
+// (or when memory runs out).
+TableSettings *tableSettings(const RsvTimeTbl *tbl, bool create) noexcept;
+// Forget them (the table is being freed).
+void dropTableSettings(const RsvTimeTbl *tbl) noexcept;
+inline bool isDurable(const RsvTimeTbl *tbl) noexcept
+{
+    const TableSettings *s = tableSettings(tbl, false);
+    return s && s->durable;
+}
 
 // The current time, through the replaceable clock.
 inline time_t now() { return kx_now(); }

@@ -27,13 +27,13 @@ constexpr int kScratchOnStack = 16;
 
 char *copyText(const char *text)
 {
-    return text ? miscFuncs.dupString(text) : nullptr;
+    return text ? rsv::dupText(text) : nullptr;
 }
 
 template <typename T>
 T *allocArray(int count)
 {
-    return static_cast<T *>(miscFuncs.allocZeroed(count, sizeof(T), kFn));
+    return static_cast<T *>(rsv::allocRecord(count, sizeof(T), kFn));
 }
 
 void freeAndClear(char **text)

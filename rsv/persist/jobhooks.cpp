@@ -12,7 +12,7 @@ constexpr int kJobRsvInactiveByFlag = 0x2;
 
 char *copyText(const char *text)
 {
-    return text ? miscFuncs.dupString(text) : nullptr;
+    return text ? rsv::dupText(text) : nullptr;
 }
 
 } // namespace
@@ -37,7 +37,7 @@ int fillRsvFinishLog(RsvFinishLog *record, RsvTimeTbl *tbl, const char *rsvId)
     record->numHosts = ent->numHosts;
     record->hosts = nullptr;
     if (ent->numHosts > 0 && ent->allocVector) {
-        auto *hosts = static_cast<RsvFinishHost *>(miscFuncs.allocZeroed(ent->numHosts, sizeof(RsvFinishHost), fn));
+        auto *hosts = static_cast<RsvFinishHost *>(rsv::allocRecord(ent->numHosts, sizeof(RsvFinishHost), fn));
         if (!hosts)
             return -1;
         for (int i = 0; i < ent->numHosts; ++i) {

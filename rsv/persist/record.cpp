@@ -149,7 +149,7 @@ public:
     bool init(int size)
     {
         size_ = size;
-        buf_ = static_cast<char *>(miscFuncs.allocZeroed(1, static_cast<size_t>(size), "RsvEnt_ToString"));
+        buf_ = static_cast<char *>(rsv::allocRecord(1, static_cast<size_t>(size), "RsvEnt_ToString"));
         if (!buf_) {
             kx_syslog(KX_LOG_ERR,
                       kx_catgets(kx_catd, rsv::kCatSetRsv, 6107,
@@ -305,7 +305,7 @@ char *RsvEnt_ToString(const RsvEnt *ent)
     if (!sbuf.reserve(descNeed, descNeed, 6109))
         return nullptr;
     if (description) {
-        rsv::CPtr<char> scratch(static_cast<char *>(miscFuncs.allocZeroed(1, static_cast<size_t>(descNeed), __func__)));
+        rsv::CPtr<char> scratch(static_cast<char *>(rsv::allocRecord(1, static_cast<size_t>(descNeed), __func__)));
         if (!scratch) {
             logAllocFailure(__func__, "calloc");
             qob_errno = RSV_ERR_NO_MEMORY;
@@ -438,9 +438,9 @@ RsvEnt *RsvEnt_newByString(const char *text)
         ent->timeWindow = nullptr;
         ent->createTime = static_cast<time_t>(createTime);
         ent->auxValue = auxValue;
-        ent->rsvId = miscFuncs.dupString(rsvIdWord);
-        ent->name = miscFuncs.dupString(nameWord);
-        ent->timeWindow = miscFuncs.dupString(windowWord);
+        ent->rsvId = rsv::dupText(rsvIdWord);
+        ent->name = rsv::dupText(nameWord);
+        ent->timeWindow = rsv::dupText(windowWord);
         if (!ent->rsvId || !ent->name || !ent->timeWindow) {
             logAllocFailure(kFunc, "calloc");
             qob_errno = RSV_ERR_NO_MEMORY;
@@ -457,7 +457,7 @@ RsvEnt *RsvEnt_newByString(const char *text)
         const int hostRoom = static_cast<int>(std::min<size_t>(cursor.left() / 3 + 1, INT_MAX));
         const int numElems = std::min(numHosts, hostRoom);
         if (numElems > 0) {
-            ent->allocVector = static_cast<AllocElem *>(miscFuncs.allocZeroed(numElems, sizeof(AllocElem), kFunc));
+            ent->allocVector = static_cast<AllocElem *>(rsv::allocRecord(numElems, sizeof(AllocElem), kFunc));
             if (!ent->allocVector) {
                 logAllocFailure(kFunc, "calloc");
                 qob_errno = RSV_ERR_NO_MEMORY;
@@ -479,7 +479,7 @@ RsvEnt *RsvEnt_newByString(const char *text)
             AllocElem &elem = ent->allocVector[i];
             elem.hostName = miscFuncs.officialHostName ? miscFuncs.officialHostName(hostWord) : nullptr;
             if (!elem.hostName)
-                elem.hostName = miscFuncs.dupString(hostWord);
+                elem.hostName = rsv::dupText(hostWord);
             if (!elem.hostName) {
                 logAllocFailure(kFunc, "calloc");
                 qob_errno = RSV_ERR_NO_MEMORY;
@@ -529,7 +529,7 @@ RsvEnt *RsvEnt_newByString(const char *text)
 
         cursor.advance(creatorConsumed + 1);
         const size_t rest = cursor.left();
-        rsv::CPtr<char> scratch(static_cast<char *>(miscFuncs.allocZeroed(1, rest + 1, kFunc)));
+        rsv::CPtr<char> scratch(static_cast<char *>(rsv::allocRecord(1, rest + 1, kFunc)));
         if (!scratch) {
             logAllocFailure(kFunc, "calloc");
             qob_errno = RSV_ERR_NO_MEMORY;
@@ -543,7 +543,7 @@ RsvEnt *RsvEnt_newByString(const char *text)
         // An empty description reads back as none, as RsvTimeTbl_addEntry
         // stores it, so the restored entry equals the one written.
         if (scratch.get()[0] != '\0') {
-            ent->description = miscFuncs.dupString(scratch.get());
+            ent->description = rsv::dupText(scratch.get());
             if (!ent->description) {
                 logAllocFailure(kFunc, "calloc");
                 qob_errno = RSV_ERR_NO_MEMORY;
@@ -570,7 +570,7 @@ RsvEnt *RsvEnt_newByString(const char *text)
             for (int i = 0; i < numDurations; ++i) {
                 cursor.advance(lastConsumed + 1);
                 rsv::CPtr<RsvDisableDuration> dd(
-                    static_cast<RsvDisableDuration *>(std::calloc(1, sizeof(RsvDisableDuration))));
+                    static_cast<RsvDisableDuration *>(rsv::allocRecord(1, sizeof(RsvDisableDuration), kFunc)));
                 if (!dd) {
                     logAllocFailure(kFunc, "calloc");
                     return;

@@ -3,7 +3,11 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "persist/persist_internal.h"
 #include "rsv_internal.h"
 
 // Owner name -> last number handed out, kept as an int in the value slot.
@@ -30,7 +34,7 @@ inline int fromValue(const void *v) { return static_cast<int>(reinterpret_cast<i
 HashTab *idTbl(const char *caller)
 {
     if (!rsvIdTbl) {
-        auto *tab = static_cast<HashTab *>(miscFuncs.allocZeroed(1, sizeof(HashTab), caller));
+        auto *tab = static_cast<HashTab *>(rsv::allocRecord(1, sizeof(HashTab), caller));
         if (!tab)
             return nullptr;
         h_initTab_(tab, kIdTblBuckets);
@@ -73,7 +77,7 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
     int max = miscFuncs.maxRsvPerOwner ? miscFuncs.maxRsvPerOwner() : kDefaultMaxPerOwner;
     if (max < 1 || max > kMaxPerOwnerLimit)
         max = kDefaultMaxPerOwner;
-    rsv::CPtr<int> used(static_cast<int *>(miscFuncs.allocZeroed(max, sizeof(int), __func__)));
+    rsv::CPtr<int> used(static_cast<int *>(rsv::allocRecord(max, sizeof(int), __func__)));
     if (!used)
         return nullptr;
     if (rsv::logOn(LC_RSV))
@@ -147,10 +151,10 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
     counter->value = toValue(next);
 
     if (req->options & RSV_OPT_NAME_ONLY)
-        return req->rsvId ? strdup(req->rsvId) : nullptr;
+        return req->rsvId ? rsv::dupText(req->rsvId) : nullptr;
     char buf[kIdBufSize];
     std::snprintf(buf, sizeof buf, "%s#%d", (req->options & RSV_OPT_SYSTEM) ? "system" : req->name, next);
-    return miscFuncs.dupString(buf);
+    return rsv::dupText(buf);
 }
 
 /* Record the number of an existing identifier "owner#n" as the owner's last
@@ -257,3 +261,91 @@ void RsvId_clearTbl(void)
 }
 
 } // extern "C"
+
+namespace rsv {
+
+bool IdCounters::keep(const char *owner) noexcept
+{
+    if (whole_ || !owner)
+        return true;
+    for (const auto &o : owners_)
+        if (o.owner == owner)
+            return true;
+    HashEnt *he = rsvIdTbl ? h_getEnt_(rsvIdTbl, owner) : nullptr;
+    try {
+        owners_.push_back({owner, he != nullptr, he ? fromValue(he->value) : 0});
+    } catch (...) {
+        noteAllocationFailure();
+        return false;
+    }
+    return true;
+}
+
+bool IdCounters::keepAll() noexcept
+{
+    owners_.clear();
+    whole_ = true;
+    hadTable_ = rsvIdTbl != nullptr;
+    if (!rsvIdTbl)
+        return true;
+    try {
+        owners_.reserve(static_cast<size_t>(h_numEnts_(rsvIdTbl)));
+        HashIter iter;
+        for (HashEnt *he = h_firstEnt_(rsvIdTbl, &iter); he; he = h_nextEnt_(&iter))
+            owners_.push_back({he->key, true, fromValue(he->value)});
+    } catch (...) {
+        noteAllocationFailure();
+        return false;
+    }
+    return true;
+}
+
+void IdCounters::restore() noexcept
+{
+    if (whole_) {
+        // Emptied and refilled in the order it had, so that the id file is
+        // written as before.
+        RsvId_clearTbl();
+        if (!hadTable_)
+            return;
+        HashTab *ids = idTbl("RsvId_restore");
+        for (const auto &o : owners_)
+            if (HashEnt *he = ids ? h_addEnt_(ids, o.owner.c_str(), nullptr) : nullptr)
+                he->value = toValue(o.value);
+        return;
+    }
+    for (const auto &o : owners_) {
+        HashEnt *he = rsvIdTbl ? h_getEnt_(rsvIdTbl, o.owner.c_str()) : nullptr;
+        if (o.existed) {
+            if (!he && rsvIdTbl)
+                he = h_addEnt_(rsvIdTbl, o.owner.c_str(), nullptr);
+            if (he)
+                he->value = toValue(o.value);
+        } else if (he) {
+            h_delEnt_(rsvIdTbl, he);
+        }
+    }
+}
+
+bool RsvId_appendFileText(std::string &out)
+{
+    out += RSV_FORMAT_VERSION "\n";
+    if (!rsvIdTbl) {
+        out += "0\n";
+        return true;
+    }
+    out += std::to_string(h_numEnts_(rsvIdTbl));
+    out += '\n';
+    // The same bytes as RsvTimeTbl_logId writes: each record ends in a
+    // newline followed by a blank.
+    HashIter iter;
+    for (HashEnt *he = h_firstEnt_(rsvIdTbl, &iter); he; he = h_nextEnt_(&iter)) {
+        out += he->key;
+        out += ' ';
+        out += std::to_string(fromValue(he->value));
+        out += " \n ";
+    }
+    return true;
+}
+
+} // namespace rsv

@@ -4,7 +4,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include <algorithm>
+
+#include "persist/persist_internal.h"
 #include "rsv_internal.h"
+#include "table/change.h"
 
 namespace {
 
@@ -19,6 +23,10 @@ void destroyEntry(RsvEnt *ent)
     RsvEnt_destroy(ent);
     std::free(ent);
 }
+
+constexpr const char *kLoad = "RsvTimeTbl_load";
+
+int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected);
 
 } // namespace
 
@@ -74,6 +82,32 @@ int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
         *numRejected = 0;
     if (!tbl)
         return -1;
+    // Memory running out part-way would leave some records out; the whole
+    // load is undone instead, so that a later save cannot drop them.
+    rsv::Change change(tbl);
+    if (!change.started() || !change.keepAllCounters()) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return -1;
+    }
+    // A read error keeps the lines read before it, as a partial load.
+    const int restored = loadRecords(tbl, change, numRejected);
+    if (change.finish(false) != RSV_OK) {
+        if (numRejected)
+            *numRejected = 0;
+        kx_syslog(KX_LOG_ERR, "%s: out of memory while loading %s; nothing loaded", __func__,
+                  tbl->stateFile ? tbl->stateFile : "");
+        return -1;
+    }
+    return restored;
+}
+
+} // namespace
+
+namespace {
+
+// The body of RsvTimeTbl_load: every restored entry is told to `change`.
+int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
+{
     initRsvIdTbl(tbl->idFile);
 
     const char *name = tbl->stateFile ? tbl->stateFile : "";
@@ -81,10 +115,10 @@ int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
     if (!fp) {
         if (errno == ENOENT) {
             if (rsv::logOn(LC_FILE))
-                kx_syslog(KX_LOG_DEBUG, "%s: no state file <%s>; starting with no reservations", __func__, name);
+                kx_syslog(KX_LOG_DEBUG, "%s: no state file <%s>; starting with no reservations", kLoad, name);
             return 0;
         }
-        kx_syslog(KX_LOG_ERR, "%s: failed to open %s for reading: %s", __func__, name, std::strerror(errno));
+        kx_syslog(KX_LOG_ERR, "%s: failed to open %s for reading: %s", kLoad, name, std::strerror(errno));
         return -1;
     }
 
@@ -104,17 +138,21 @@ int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
         RsvEnt *ent = std::strlen(raw) == static_cast<size_t>(len) ? RsvEnt_newByString(raw) : nullptr;
         if (!ent) {
             ++rejected;
-            kx_syslog(KX_LOG_ERR, "%s: line %d of %s rejected", __func__, lineNo, name);
+            kx_syslog(KX_LOG_ERR, "%s: line %d of %s rejected", kLoad, lineNo, name);
             continue;
         }
         if (h_getEnt_(&tbl->entries, ent->rsvId)) {
             // A second record of one identifier would book its hosts twice and
             // orphan the first entry: the first record wins.
             ++rejected;
-            kx_syslog(KX_LOG_ERR, "%s: line %d of %s rejected: reservation <%s> is already loaded", __func__,
+            kx_syslog(KX_LOG_ERR, "%s: line %d of %s rejected: reservation <%s> is already loaded", kLoad,
                       lineNo, name, ent->rsvId);
             destroyEntry(ent);
             continue;
+        }
+        if (!change.added(ent)) {
+            destroyEntry(ent);
+            break;
         }
         RsvTimeTbl_restoreEntry(tbl, ent);
         HashEnt *he = h_getEnt_(&tbl->entries, ent->rsvId);
@@ -123,7 +161,8 @@ int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
         } else {
             // An entry with no hosts only advances its owner's counter.
             kx_syslog(KX_LOG_WARNING, "%s: line %d of %s: reservation <%s> holds no hosts and is dropped",
-                      __func__, lineNo, name, ent->rsvId);
+                      kLoad, lineNo, name, ent->rsvId);
+            change.forget(ent);
             destroyEntry(ent);
         }
     }
@@ -132,10 +171,32 @@ int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
         *numRejected = rejected;
     if (std::ferror(fp.get())) {
         // What was read before the error stays in the table.
-        kx_syslog(KX_LOG_ERR, "%s: failed to read %s: %s", __func__, name, std::strerror(errno));
+        kx_syslog(KX_LOG_ERR, "%s: failed to read %s: %s", kLoad, name, std::strerror(errno));
         return -1;
     }
     return restored;
 }
 
-} // extern "C"
+} // namespace
+
+namespace rsv {
+
+bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip)
+{
+    HashIter iter;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+        if (std::strchr(he->key, '@'))
+            continue;
+        const auto *ent = static_cast<const RsvEnt *>(he->value);
+        if (skip && std::find(skip->begin(), skip->end(), ent) != skip->end())
+            continue;
+        rsv::CPtr<char> record(RsvEnt_ToString(ent));
+        if (!record)
+            return false;
+        out += record.get();
+        out += '\n';
+    }
+    return true;
+}
+
+} // namespace rsv

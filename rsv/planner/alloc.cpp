@@ -44,7 +44,7 @@ ResAlloc *ResAlloc_new(int numElems)
 {
     if (numElems < 0)
         return nullptr;
-    return static_cast<ResAlloc *>(miscFuncs.allocZeroed(numElems, sizeof(ResAlloc), "ResAlloc_new"));
+    return static_cast<ResAlloc *>(rsv::allocRecord(numElems, sizeof(ResAlloc), "ResAlloc_new"));
 }
 
 // How many slots each asked host can give over the request's window, capped per
@@ -133,7 +133,7 @@ int Rsv_alloc(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvReq *req, Alloc
     }
     const int64_t target = std::min<int64_t>(req->maxNumProcs, sum);
 
-    auto *vector = static_cast<AllocElem *>(miscFuncs.allocZeroed(hosts, sizeof(AllocElem), "Rsv_alloc"));
+    auto *vector = static_cast<AllocElem *>(rsv::allocRecord(hosts, sizeof(AllocElem), "Rsv_alloc"));
     *out = vector;
     if (!vector)
         return hosts;
@@ -146,7 +146,7 @@ int Rsv_alloc(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvReq *req, Alloc
         if (avail[i].numSlots == 0)
             continue;
         AllocElem &elem = vector[k];
-        elem.hostName = miscFuncs.dupString(avail[i].hostName);
+        elem.hostName = rsv::dupText(avail[i].hostName);
         elem.numSlots = static_cast<int>(std::min<int64_t>(avail[i].numSlots, target - booked));
         elem.extra1 = 0;
         booked += elem.numSlots;

@@ -130,7 +130,7 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
     // that running out of memory changes nothing.
     rsv::CPtr<int> match;
     if (oldCount > 0) {
-        match.reset(static_cast<int *>(miscFuncs.allocZeroed(oldCount, sizeof(int), fn)));
+        match.reset(static_cast<int *>(rsv::allocRecord(oldCount, sizeof(int), fn)));
         if (!match) {
             qob_errno = RSV_ERR_NO_MEMORY;
             return -1;
@@ -173,7 +173,7 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
 
     AllocElem *vector = nullptr;
     if (size > 0) {
-        vector = static_cast<AllocElem *>(miscFuncs.allocZeroed(size, sizeof(AllocElem), fn));
+        vector = static_cast<AllocElem *>(rsv::allocRecord(size, sizeof(AllocElem), fn));
         if (!vector) {
             qob_errno = RSV_ERR_NO_MEMORY;
             return -1;
@@ -192,7 +192,7 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
             booked += amount;
             bookedOn[i] = amount;
             AllocElem &el = vector[k];
-            el.hostName = miscFuncs.dupString(avail[i].hostName);
+            el.hostName = rsv::dupText(avail[i].hostName);
             if (!el.hostName) {
                 freeUnusedVector(vector, size);
                 qob_errno = RSV_ERR_NO_MEMORY;
@@ -214,7 +214,7 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
             continue;
         const AllocElem &old = ent->allocVector[j];
         AllocElem &el = vector[k++];
-        el.hostName = old.hostName ? miscFuncs.dupString(old.hostName) : nullptr;
+        el.hostName = old.hostName ? rsv::dupText(old.hostName) : nullptr;
         if (old.hostName && !el.hostName) {
             freeUnusedVector(vector, size);
             qob_errno = RSV_ERR_NO_MEMORY;
@@ -314,7 +314,7 @@ int RsvTimeTbl_modEntryWithRmHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *
     }
 
     const int count = ent->numHosts;
-    rsv::CPtr<RmWork> work(static_cast<RmWork *>(miscFuncs.allocZeroed(count, sizeof(RmWork), fn)));
+    rsv::CPtr<RmWork> work(static_cast<RmWork *>(rsv::allocRecord(count, sizeof(RmWork), fn)));
     if (!work) {
         qob_errno = RSV_ERR_NO_MEMORY;
         return -1;
@@ -446,7 +446,7 @@ int RsvTimeTbl_modEntryWithRmHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *
 
     // The new vector and its names are made before any slot is released, so
     // that running out of memory still leaves the planners untouched.
-    auto *vector = static_cast<AllocElem *>(miscFuncs.allocZeroed(newCount, sizeof(AllocElem), fn));
+    auto *vector = static_cast<AllocElem *>(rsv::allocRecord(newCount, sizeof(AllocElem), fn));
     if (!vector) {
         logCallocFailed(fn);
         return -1;
@@ -457,7 +457,7 @@ int RsvTimeTbl_modEntryWithRmHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *
         if (work.get()[j].flags & kGone)
             continue;
         AllocElem &out = vector[k++];
-        out.hostName = el.hostName ? miscFuncs.dupString(el.hostName) : nullptr;
+        out.hostName = el.hostName ? rsv::dupText(el.hostName) : nullptr;
         if (el.hostName && !out.hostName) {
             logCallocFailed(fn);
             freeUnusedVector(vector, newCount);

@@ -123,14 +123,14 @@ extern "C" {
 // nothing left allocated.
 ResPlanner *ResPlanner_new(const char *hostName, const RsvWeek *week)
 {
-    auto *planner = static_cast<ResPlanner *>(miscFuncs.allocZeroed(1, sizeof(ResPlanner), "ResPlanner_new"));
+    auto *planner = static_cast<ResPlanner *>(rsv::allocRecord(1, sizeof(ResPlanner), "ResPlanner_new"));
     if (!planner)
         return nullptr;
     // Host names are far shorter than the buffer; a longer one only shortens
     // the planner's name, which nothing looks up.
     char name[kPlannerNameSize];
     std::snprintf(name, sizeof name, "Resource Weekly Planner for host <%s>", hostName ? hostName : "");
-    planner->plannerName = miscFuncs.dupString(name);
+    planner->plannerName = rsv::dupText(name);
     if (!planner->plannerName) {
         std::free(planner);
         return nullptr;

@@ -55,6 +55,21 @@ void setRecurringIndexBuildFails(bool fails);
 // table (not counting the entries taken in afterwards), over all tables.
 unsigned long recurringIndexRebuilds();
 
+// The planner journal of a change (journal.cpp). While one is open on a
+// table, RsvTimeTbl_getPlannerList copies each host's list the first time it
+// hands it out (or notes that the host had none), so that the change can be
+// undone cell for cell. Only one journal is open at a time.
+// False when one is already open or memory runs out.
+bool PlannerJournal_begin(RsvTimeTbl *tbl) noexcept;
+// Called by RsvTimeTbl_getPlannerList with the host's list before the call
+// (NULL: none yet). False when the copy cannot be made: the list must then
+// not be handed out.
+bool PlannerJournal_record(RsvTimeTbl *tbl, const char *hostName, List *current) noexcept;
+// Close the journal: with `restore`, every recorded host gets back the list
+// it had (hosts that had none lose theirs) and the recurring index is made
+// again on its next use; otherwise the copies are dropped. Allocates nothing.
+void PlannerJournal_end(bool restore) noexcept;
+
 } // namespace rsv
 
 #endif

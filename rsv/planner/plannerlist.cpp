@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "planner_internal.h"
 #include "rsv_internal.h"
 
 namespace {
@@ -69,8 +70,13 @@ List *RsvTimeTbl_getPlannerList(RsvTimeTbl *tbl, const char *hostName)
 {
     if (!tbl || !hostName)
         return nullptr;
-    if (HashEnt *he = h_getEnt_(&tbl->plannerLists, hostName))
-        return static_cast<List *>(he->value);
+    HashEnt *found = h_getEnt_(&tbl->plannerLists, hostName);
+    List *current = found ? static_cast<List *>(found->value) : nullptr;
+    // A change in progress keeps the list as it was before handing it out.
+    if (!rsv::PlannerJournal_record(tbl, hostName, current))
+        return nullptr;
+    if (found)
+        return current;
 
     char name[kListNameSize];
     std::snprintf(name, sizeof name, "Planner list for host <%s>", hostName);
@@ -113,7 +119,7 @@ void ResPlannerList_map(List *plannerList, RsvTimeTbl *tbl, const char *hostName
         return;
     for (int i = 0; i < numWeeks; ++i) {
         RsvWeek *week = &weeks.get()[i];
-        rsv::CPtr<char> window(recurring ? miscFuncs.dupString(timeWindow)
+        rsv::CPtr<char> window(recurring ? rsv::dupText(timeWindow)
                                          : RsvWeek_getOverlapTimeWindow(week, timeWindow));
         if (!window)
             continue;
@@ -149,7 +155,7 @@ RsvWeek *ResPlannerList_getWeeks(List *plannerList, int *numWeeks)
         ++count;
     if (count == 0)
         return nullptr;
-    auto *weeks = static_cast<RsvWeek *>(miscFuncs.allocZeroed(count, sizeof(RsvWeek), "ResPlannerList_getWeeks"));
+    auto *weeks = static_cast<RsvWeek *>(rsv::allocRecord(count, sizeof(RsvWeek), "ResPlannerList_getWeeks"));
     if (!weeks)
         return nullptr;
     int i = 0;
@@ -184,7 +190,7 @@ RsvWeek *RsvTimeWindow_getWeeks(const char *timeWindow, int *numWeeks)
     const int count = evalNumWeeks(startDate, endDate);
     if (count <= 0)
         return nullptr;
-    auto *weeks = static_cast<RsvWeek *>(miscFuncs.allocZeroed(count, sizeof(RsvWeek), "RsvTimeWindow_getWeeks"));
+    auto *weeks = static_cast<RsvWeek *>(rsv::allocRecord(count, sizeof(RsvWeek), "RsvTimeWindow_getWeeks"));
     if (!weeks)
         return nullptr;
     // Step by calendar weeks, Sunday to Sunday, rather than by 604800 seconds:
@@ -243,7 +249,7 @@ char *RsvWeek_getOverlapTimeWindow(const RsvWeek *week, const char *timeWindow)
 
     char window[2 * kTimexprSize + 2];
     std::snprintf(window, sizeof window, "%s-%s", startExpr, endExpr);
-    return miscFuncs.dupString(window);
+    return rsv::dupText(window);
 }
 
 // Non-zero when the two weeks begin on the same day (the Saturday half is not

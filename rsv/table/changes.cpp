@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "rsv_internal.h"
+#include "table/change.h"
 
 namespace {
 
@@ -16,48 +17,14 @@ int failWith(int error)
     return -1;
 }
 
-// Books (or releases) every host of the entry over `timeWindow`.
-void mapHosts(RsvTimeTbl *tbl, RsvEnt *ent, const char *timeWindow, ResPlannerOp op, int keepNew, int upTo)
+// Begins a change of `ent`, keeping its fields. False (qob_errno 55) when
+// that cannot be done; nothing has changed then.
+bool beginChange(rsv::Change &change, RsvEnt *ent)
 {
-    const int recurring = ent->options & RSV_OPT_RECURRING;
-    for (int i = 0; i < upTo; ++i) {
-        const AllocElem &el = ent->allocVector[i];
-        if (!el.hostName)
-            continue;
-        List *list = RsvTimeTbl_getPlannerList(tbl, el.hostName);
-        ResPlannerList_map(list, tbl, el.hostName, timeWindow, recurring, op, el.numSlots, keepNew, ent);
-    }
-}
-
-int numElements(const RsvEnt *ent)
-{
-    return ent->allocVector && ent->numHosts > 0 ? ent->numHosts : 0;
-}
-
-// The re-check of a new window stops at the first host that cannot hold its
-// slots, after releasing that host and every one before it, and leaves the
-// later hosts booked. This finds that host the same way (the hosts released
-// so far do not change what another host has free), so that exactly the
-// released ones are booked again. Returns the number of released hosts.
-int hostsReleasedByFailedCheck(RsvTimeTbl *tbl, RsvEnt *ent, const char *newWindow)
-{
-    const int count = numElements(ent);
-    const int recurring = ent->options & RSV_OPT_RECURRING;
-    for (int i = 0; i < count; ++i) {
-        const AllocElem &el = ent->allocVector[i];
-        const RsvHost *host = el.hostName ? miscFuncs.findHost(el.hostName) : nullptr;
-        if (!host)
-            return i + 1;
-        int used = 0;
-        List *list = RsvTimeTbl_getPlannerList(tbl, el.hostName);
-        ResPlannerList_map(list, tbl, el.hostName, newWindow, recurring, ResPlannerEnt_getMaxRsv,
-                           static_cast<int64_t>(reinterpret_cast<intptr_t>(&used)), 0, ent);
-        if (used != 0 && (ent->options & RSV_OPT_SYSTEM))
-            return i + 1;
-        if (static_cast<int64_t>(host->maxSlots) - used < el.numSlots)
-            return i + 1;
-    }
-    return count;
+    if (change.started() && change.keepEntry(ent))
+        return true;
+    qob_errno = RSV_ERR_NO_MEMORY;
+    return false;
 }
 
 } // namespace
@@ -83,10 +50,13 @@ int RsvTimeTbl_modifyTimeWindow(RsvTimeTbl *tbl, RsvModReq *modReq)
         return RSV_ERR_NO_SUCH_RSV;
     }
 
+    rsv::Change change(tbl);
+    if (!beginChange(change, ent))
+        return RSV_ERR_NO_MEMORY;
     // The window is built in a copy of the request, so that a rejected
     // change leaves the caller's request as it was.
     RsvModReq trial = *modReq;
-    rsv::CPtr<char> modText(modReq->req.timeWindow ? miscFuncs.dupString(modReq->req.timeWindow) : nullptr);
+    rsv::CPtr<char> modText(modReq->req.timeWindow ? rsv::dupText(modReq->req.timeWindow) : nullptr);
     if (modReq->req.timeWindow && !modText) {
         qob_errno = RSV_ERR_NO_MEMORY;
         return RSV_ERR_NO_MEMORY;
@@ -99,28 +69,16 @@ int RsvTimeTbl_modifyTimeWindow(RsvTimeTbl *tbl, RsvModReq *modReq)
         return status;
     }
 
-    if (Rsv_chkupdRsv4NewTimeWindow(tbl, ent, newWindow.get(), 1) != 0) {
-        status = qob_errno;
-        mapHosts(tbl, ent, ent->timeWindow, ResPlannerEnt_incr, 1,
-                 hostsReleasedByFailedCheck(tbl, ent, newWindow.get()));
-        qob_errno = status;
-        return status;
-    }
+    // A refused re-check has released some hosts; undoing the change books
+    // them again exactly as they were.
+    if (Rsv_chkupdRsv4NewTimeWindow(tbl, ent, newWindow.get(), 1) != 0)
+        return qob_errno;
 
     trial.req.options |= RSV_MOD_TIMEWINDOW;
-    // The new text is copied before the old one is freed, so an unchanged
-    // address means the entry kept its window.
-    const auto oldWindow = reinterpret_cast<uintptr_t>(ent->timeWindow);
     RsvEnt_updateWithMod(ent, &trial);
-    if (reinterpret_cast<uintptr_t>(ent->timeWindow) == oldWindow) {
-        // The entry kept its window (no memory for the copy): move the
-        // booking back to it.
-        mapHosts(tbl, ent, newWindow.get(), ResPlannerEnt_decr, 0, numElements(ent));
-        mapHosts(tbl, ent, ent->timeWindow, ResPlannerEnt_incr, 1, numElements(ent));
-        qob_errno = RSV_ERR_NO_MEMORY;
-        return RSV_ERR_NO_MEMORY;
-    }
-    RsvTimeTbl_logStat(tbl);
+    status = change.finish();
+    if (status != RSV_OK)
+        return status;
     free(modReq->req.timeWindow);
     modReq->req.timeWindow = newWindow.release();
     return RSV_OK;
@@ -140,13 +98,15 @@ int RsvTimeTbl_addHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
     // The slots are booked over the request's window: it must be the
     // reservation's own, whatever the daemon put there. The asked hosts stay
     // shared, so official names land in the caller's request.
+    rsv::Change change(tbl);
+    if (!beginChange(change, ent))
+        return -1;
     RsvModReq trial = *modReq;
     trial.req.timeWindow = ent->timeWindow;
     trial.req.options = (modReq->req.options & ~RSV_OPT_RECURRING) | (ent->options & RSV_OPT_RECURRING);
     if (RsvTimeTbl_modEntrywithAddHosts(tbl, &trial) != 0)
         return -1;
-    RsvTimeTbl_logStat(tbl);
-    return 0;
+    return change.finish() == RSV_OK ? 0 : -1;
 }
 
 // Removes hosts or processors from the reservation (see
@@ -154,11 +114,16 @@ int RsvTimeTbl_addHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
 // -1 with qob_errno.
 int RsvTimeTbl_removeHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *hosts, int rmFlags)
 {
+    RsvEnt *ent = tbl && modReq && modReq->rsvId ? RsvTimeTbl_getEntry(tbl, modReq->rsvId) : nullptr;
+    if (!ent)
+        return RsvTimeTbl_modEntryWithRmHosts(tbl, modReq, hosts, rmFlags) < 0 ? -1 : 0;
+    rsv::Change change(tbl);
+    if (!beginChange(change, ent))
+        return -1;
     int removed = RsvTimeTbl_modEntryWithRmHosts(tbl, modReq, hosts, rmFlags);
     if (removed < 0)
         return -1;
-    RsvTimeTbl_logStat(tbl);
-    return removed;
+    return change.finish() == RSV_OK ? removed : -1;
 }
 
 // Disables the days of `dateText` (a date or a range in the forms of
@@ -176,6 +141,9 @@ int RsvTimeTbl_disableDays(RsvTimeTbl *tbl, const char *rsvId, const char *dateT
         return failWith(RSV_ERR_NO_SUCH_RSV);
     if (!(ent->options & RSV_OPT_RECURRING))
         return failWith(RSV_ERR_BAD_ARGUMENT);
+    rsv::Change change(tbl);
+    if (!beginChange(change, ent))
+        return -1;
     RsvDisableDuration *rec = createRsvDisableDuration(dateText, 1);
     if (!rec)
         return -1;
@@ -186,8 +154,7 @@ int RsvTimeTbl_disableDays(RsvTimeTbl *tbl, const char *rsvId, const char *dateT
             free(rec);
         return -1;
     }
-    RsvTimeTbl_logStat(tbl);
-    return 0;
+    return change.finish() == RSV_OK ? 0 : -1;
 }
 
 // Replaces the description of the reservation `rsvId` (NULL or "" removes
@@ -203,6 +170,9 @@ int RsvTimeTbl_setDescription(RsvTimeTbl *tbl, const char *rsvId, const char *de
         return failWith(RSV_ERR_NO_SUCH_RSV);
     const bool removing = !description || description[0] == '\0';
 
+    rsv::Change change(tbl);
+    if (!beginChange(change, ent))
+        return -1;
     RsvModReq mod{};
     mod.rsvId = ent->rsvId;
     mod.req.options = RSV_MOD_DESCRIPTION | (ent->options & kCopiedModBits);
@@ -215,8 +185,7 @@ int RsvTimeTbl_setDescription(RsvTimeTbl *tbl, const char *rsvId, const char *de
     ent->options = savedOptions;
     if (!removing && reinterpret_cast<uintptr_t>(ent->description) == oldDescription)
         return failWith(RSV_ERR_NO_MEMORY);
-    RsvTimeTbl_logStat(tbl);
-    return 0;
+    return change.finish() == RSV_OK ? 0 : -1;
 }
 
 } // extern "C"

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "rsv_internal.h"
+#include "table/change.h"
 
 namespace {
 
@@ -22,6 +23,32 @@ void freeListElement(void *element)
     free(element);
 }
 
+// Sets the entry's state; a change of activeTime (stamped on the first
+// activation, cleared on deactivation) is written to the files, a change of
+// state alone is not.
+int switchActive(RsvTimeTbl *tbl, RsvEnt *ent, bool active)
+{
+    if (!ent) {
+        qob_errno = RSV_ERR_BAD_ARGUMENT;
+        return RSV_ERR_BAD_ARGUMENT;
+    }
+    const bool stamp = active ? ent->activeTime == 0 : ent->activeTime != 0;
+    if (!stamp || !tbl) {
+        ent->state = active ? RSV_STATE_ACTIVE : RSV_STATE_INACTIVE;
+        if (stamp)
+            ent->activeTime = active ? rsv::now() : 0;
+        return RSV_OK;
+    }
+    rsv::Change change(tbl);
+    if (!change.started() || !change.keepEntry(ent)) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return RSV_ERR_NO_MEMORY;
+    }
+    ent->state = active ? RSV_STATE_ACTIVE : RSV_STATE_INACTIVE;
+    ent->activeTime = active ? rsv::now() : 0;
+    return change.finish();
+}
+
 } // namespace
 
 extern "C" {
@@ -33,19 +60,19 @@ extern "C" {
 RsvEnt *RsvEnt_new(int options, const char *name, const char *timeWindow)
 {
     static constexpr const char *kFunc = "RsvEnt_new";
-    auto *ent = static_cast<RsvEnt *>(miscFuncs.allocZeroed(1, sizeof(RsvEnt), kFunc));
+    auto *ent = static_cast<RsvEnt *>(rsv::allocRecord(1, sizeof(RsvEnt), kFunc));
     if (!ent) {
         qob_errno = RSV_ERR_NO_MEMORY;
         return nullptr;
     }
     const char *window = timeWindow ? timeWindow : "";
-    ent->version = miscFuncs.dupString(RSV_FORMAT_VERSION);
+    ent->version = rsv::dupText(RSV_FORMAT_VERSION);
     ent->createTime = rsv::now();
     ent->activeTime = 0;
     ent->options = options;
-    ent->name = miscFuncs.dupString(name ? name : "");
-    ent->timeWindow = miscFuncs.dupString(window);
-    ent->timeDuration = miscFuncs.dupString("");
+    ent->name = rsv::dupText(name ? name : "");
+    ent->timeWindow = rsv::dupText(window);
+    ent->timeDuration = rsv::dupText("");
     if (!ent->version || !ent->name || !ent->timeWindow || !ent->timeDuration) {
         RsvEnt_destroy(ent);
         free(ent);
@@ -96,16 +123,11 @@ int isRsvActive(const RsvEnt *ent)
 // Marks the entry active. Only the first activation stamps activeTime and
 // rewrites the state file: the finish record measures from that moment.
 // NULL entry: nothing. NULL table: the state changes, no file is written.
+// In durable mode a failed save leaves the entry as it was (see
+// RsvTimeTbl_activate for the outcome).
 void setRsvActive(RsvTimeTbl *tbl, RsvEnt *ent)
 {
-    if (!ent)
-        return;
-    ent->state = RSV_STATE_ACTIVE;
-    if (ent->activeTime == 0) {
-        ent->activeTime = rsv::now();
-        if (tbl)
-            RsvTimeTbl_logStat(tbl);
-    }
+    RsvTimeTbl_activate(tbl, ent);
 }
 
 // Marks the entry inactive. The state file is rewritten only when activeTime
@@ -113,14 +135,17 @@ void setRsvActive(RsvTimeTbl *tbl, RsvEnt *ent)
 // NULL entry: nothing. NULL table: the state changes, no file is written.
 void setRsvInactive(RsvTimeTbl *tbl, RsvEnt *ent)
 {
-    if (!ent)
-        return;
-    ent->state = RSV_STATE_INACTIVE;
-    if (ent->activeTime != 0) {
-        ent->activeTime = 0;
-        if (tbl)
-            RsvTimeTbl_logStat(tbl);
-    }
+    RsvTimeTbl_deactivate(tbl, ent);
+}
+
+int RsvTimeTbl_activate(RsvTimeTbl *tbl, RsvEnt *ent)
+{
+    return switchActive(tbl, ent, true);
+}
+
+int RsvTimeTbl_deactivate(RsvTimeTbl *tbl, RsvEnt *ent)
+{
+    return switchActive(tbl, ent, false);
 }
 
 // Frees the host names of the first `count` elements and the vector, and
@@ -144,13 +169,13 @@ AllocElem *RsvEnt_DupAllocVector(const RsvEnt *ent)
     if (!ent || ent->numHosts <= 0 || !ent->allocVector)
         return nullptr;
     auto *copy = static_cast<AllocElem *>(
-        miscFuncs.allocZeroed(ent->numHosts, sizeof(AllocElem), "RsvEnt_DupAllocVector"));
+        rsv::allocRecord(ent->numHosts, sizeof(AllocElem), "RsvEnt_DupAllocVector"));
     if (!copy)
         return nullptr;
     for (int i = 0; i < ent->numHosts; ++i) {
         const AllocElem &src = ent->allocVector[i];
         if (src.hostName) {
-            copy[i].hostName = miscFuncs.dupString(src.hostName);
+            copy[i].hostName = rsv::dupText(src.hostName);
             if (!copy[i].hostName) {
                 RsvEnt_freeAllocVector(&copy, i);
                 return nullptr;

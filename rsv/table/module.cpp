@@ -2,6 +2,9 @@
 // constructor and destructor.
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <new>
+#include <unordered_map>
 
 #include "planner/planner_internal.h"
 #include "rsv_internal.h"
@@ -35,7 +38,7 @@ void destroyEntry(void *entry)
 // A name without any '.' has no id file: the result is then "".
 char *idFileNameOf(const char *stateFile)
 {
-    rsv::CPtr<char> buf(static_cast<char *>(miscFuncs.allocZeroed(rsv::kIdFileBufSize, 1, "RsvTimeTbl_new")));
+    rsv::CPtr<char> buf(static_cast<char *>(rsv::allocRecord(rsv::kIdFileBufSize, 1, "RsvTimeTbl_new")));
     if (!buf)
         return nullptr;
     // The caller has already refused names longer than kMaxStateFileName, so
@@ -43,12 +46,52 @@ char *idFileNameOf(const char *stateFile)
     std::snprintf(buf.get(), rsv::kIdFileBufSize, "%s", stateFile);
     char *dot = std::strrchr(buf.get(), '.');
     if (!dot)
-        return miscFuncs.dupString("");
+        return rsv::dupText("");
     std::memcpy(dot + 1, kIdSuffix, sizeof kIdSuffix);
     return buf.release();
 }
 
+using SettingsMap = std::unordered_map<const RsvTimeTbl *, std::unique_ptr<rsv::TableSettings>>;
+
+// Never destroyed, so that a table freed by a static object's destructor at
+// exit still finds it.
+SettingsMap &settingsMap()
+{
+    static auto *all = new SettingsMap;
+    return *all;
+}
+
 } // namespace
+
+namespace rsv {
+
+TableSettings *tableSettings(const RsvTimeTbl *tbl, bool create) noexcept
+{
+    if (!tbl)
+        return nullptr;
+    SettingsMap &all = settingsMap();
+    auto it = all.find(tbl);
+    if (it != all.end())
+        return it->second.get();
+    if (!create)
+        return nullptr;
+    try {
+        auto made = std::make_unique<TableSettings>();
+        TableSettings *result = made.get();
+        all.emplace(tbl, std::move(made));
+        return result;
+    } catch (...) {
+        noteAllocationFailure();
+        return nullptr;
+    }
+}
+
+void dropTableSettings(const RsvTimeTbl *tbl) noexcept
+{
+    settingsMap().erase(tbl);
+}
+
+} // namespace rsv
 
 extern "C" {
 
@@ -80,13 +123,13 @@ RsvTimeTbl *RsvTimeTbl_new(const char *stateFile)
         }
     }
 
-    rsv::CPtr<RsvTimeTbl> tbl(static_cast<RsvTimeTbl *>(miscFuncs.allocZeroed(1, sizeof(RsvTimeTbl), kFunc)));
+    rsv::CPtr<RsvTimeTbl> tbl(static_cast<RsvTimeTbl *>(rsv::allocRecord(1, sizeof(RsvTimeTbl), kFunc)));
     if (!tbl) {
         qob_errno = RSV_ERR_NO_MEMORY;
         return nullptr;
     }
-    rsv::CPtr<char> state(miscFuncs.dupString(stateFile ? stateFile : ""));
-    rsv::CPtr<char> id(stateFile ? idFileNameOf(stateFile) : miscFuncs.dupString(""));
+    rsv::CPtr<char> state(rsv::dupText(stateFile ? stateFile : ""));
+    rsv::CPtr<char> id(stateFile ? idFileNameOf(stateFile) : rsv::dupText(""));
     if (!state || !id) {
         qob_errno = RSV_ERR_NO_MEMORY;
         return nullptr;
@@ -107,6 +150,7 @@ void RsvTimeTbl_free(RsvTimeTbl *tbl)
     if (!tbl)
         return;
     rsv::dropRecurringIndex(tbl);
+    rsv::dropTableSettings(tbl);
     h_freeTab_(&tbl->entries, destroyEntry);
     h_freeTab_(&tbl->plannerLists, destroyPlannerList);
     free(tbl->stateFile);

@@ -7,6 +7,7 @@
 
 #include "planner/planner_internal.h"
 #include "rsv_internal.h"
+#include "table/change.h"
 
 namespace {
 
@@ -44,26 +45,61 @@ void destroyAndFree(RsvEnt *ent)
     free(ent);
 }
 
+// Removes the reservations of `rsvIds` (all in the table, none twice) in one
+// change: their bookings are released, and they leave the table (and the
+// daemon's name table) when the change is kept. 0, or 55/RSV_ERR_NOT_SAVED
+// with nothing changed.
+int removeAll(RsvTimeTbl *tbl, const char *const *rsvIds, int count)
+{
+    rsv::Change change(tbl);
+    if (!change.started()) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return RSV_ERR_NO_MEMORY;
+    }
+    for (int i = 0; i < count; ++i) {
+        HashEnt *he = h_getEnt_(&tbl->entries, rsvIds[i]);
+        auto *ent = he ? static_cast<RsvEnt *>(he->value) : nullptr;
+        if (!ent) {
+            // A key without a record holds no bookings: it just goes.
+            if (he)
+                h_delEnt_(&tbl->entries, he);
+            continue;
+        }
+        if (!change.removing(ent)) {
+            qob_errno = RSV_ERR_NO_MEMORY;
+            return RSV_ERR_NO_MEMORY;
+        }
+        Rsv_dealloc(tbl, ent);
+    }
+    return change.finish();
+}
+
 } // namespace
 
 extern "C" {
 
 // Checks the request against the hosts' free slots, makes an identifier,
-// books the slots and records the reservation, then rewrites the state and
-// id files. Returns the new identifier (a heap text the caller frees), or
-// NULL with qob_errno: the reservable-count error (52, 55, 190), 190 when
-// fewer slots than the minimum (or none) are free, 192 when no identifier
-// can be made (also when the identifier is already in the table), 55 when
-// the entry cannot be made. On failure nothing is booked and the table and
-// files are unchanged, but a system request's minimum and maximum are
-// already set to the reservable count and asked host names may have been
-// replaced by official names.
+// books the slots and records the reservation, then writes the state and id
+// files. Returns the new identifier (a heap text the caller frees), or NULL
+// with qob_errno: the reservable-count error (52, 55, 190), 190 when fewer
+// slots than the minimum (or none) are free, 192 when no identifier can be
+// made (also when the identifier is already in the table), 55 when memory
+// runs out on the way, or in durable mode RSV_ERR_NOT_SAVED. On failure
+// nothing is booked and the table, the owner's counter and the files are
+// unchanged, but a system request's minimum and maximum are already set to
+// the reservable count and asked host names may have been replaced by
+// official names.
 char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
 {
     static constexpr const char *kFunc = "RsvTimeTbl_addEntry";
     if (rsv::logOn(kDebugOrTrace))
         kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", kFunc);
 
+    rsv::Change change(tbl);
+    if (tbl && !change.started()) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return nullptr;
+    }
     // The names in the candidates are shared with the request's askedHosts:
     // only the array itself is released here.
     ResAlloc *rawCandidates = nullptr;
@@ -71,6 +107,11 @@ char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
     rsv::CPtr<ResAlloc> candidates(rawCandidates);
     if (reservable < 0)
         return nullptr;
+    if (change.ranShort()) {
+        // A host's planners could not be read whole: the count is not sure.
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return nullptr;
+    }
     if (reservable < req->minNumProcs || reservable == 0) {
         qob_errno = RSV_ERR_NOT_ENOUGH_SLOTS;
         return nullptr;
@@ -81,45 +122,45 @@ char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
         req->maxNumProcs = reservable;
     }
 
+    if (!change.keepCounter(req->name)) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return nullptr;
+    }
     rsv::CPtr<char> id(RsvId_new(tbl, req));
     if (!id || h_getEnt_(&tbl->entries, id.get())) {
         // An identifier already in use (a name-only request may ask for one)
         // would overwrite a booked reservation.
-        qob_errno = RSV_ERR_NO_RSV_ID;
+        qob_errno = change.ranShort() ? RSV_ERR_NO_MEMORY : RSV_ERR_NO_RSV_ID;
         return nullptr;
     }
 
     RsvEnt *ent = RsvEnt_new(req->options, req->name, req->timeWindow);
     if (!ent)
         return nullptr;
-    ent->rsvId = miscFuncs.dupString(id.get());
+    if (!change.added(ent)) {
+        destroyAndFree(ent);
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return nullptr;
+    }
+    ent->rsvId = rsv::dupText(id.get());
     if (!ent->rsvId) {
-        destroyAndFree(ent);
         qob_errno = RSV_ERR_NO_MEMORY;
         return nullptr;
     }
-
     ent->numHosts = Rsv_alloc(tbl, req->numAskedHosts, candidates.get(), req, &ent->allocVector, "just_enough");
-    if (ent->numHosts > 0 && !ent->allocVector) {
-        // The vector could not be allocated, so nothing was booked.
-        destroyAndFree(ent);
-        qob_errno = RSV_ERR_NO_MEMORY;
-        return nullptr;
-    }
     if (req->description && req->description[0] != '\0')
-        ent->description = miscFuncs.dupString(req->description);
+        ent->description = rsv::dupText(req->description);
     // Entered only once booked: a planner made while booking walks the table
     // and must find complete entries there.
-    HashEnt *he = h_addEnt_(&tbl->entries, ent->rsvId, nullptr);
-    if (!he) {
-        Rsv_dealloc(tbl, ent);
-        destroyAndFree(ent);
-        qob_errno = RSV_ERR_NO_MEMORY;
-        return nullptr;
-    }
-    he->value = ent;
+    if (HashEnt *he = h_addEnt_(&tbl->entries, ent->rsvId, nullptr))
+        he->value = ent;
+    else
+        rsv::noteAllocationFailure();
 
-    RsvTimeTbl_logStat(tbl);
+    // Out of memory anywhere on the way (a host name, a planner, the
+    // description) undoes the whole add.
+    if (change.finish() != RSV_OK)
+        return nullptr;
     return id.release();
 }
 
@@ -202,27 +243,41 @@ void RsvTimeTbl_restoreEntry(RsvTimeTbl *tbl, RsvEnt *ent)
 }
 
 // Releases the reservation's bookings, drops its name-table entry (unless
-// jobs still use it), removes it from the table, frees it, and rewrites the
-// state and id files. 0, or 191 when absent (nothing changed, no error
-// number stored, no file written).
+// jobs still use it), removes it from the table, frees it, and writes the
+// state and id files. 0; 191 when absent (nothing changed, no error number
+// stored, no file written); 55 when memory runs out, or in durable mode
+// RSV_ERR_NOT_SAVED, both also in qob_errno with nothing changed.
 int RsvTimeTbl_removeEntry(RsvTimeTbl *tbl, const char *rsvId)
 {
     if (!tbl || !rsvId)
         return RSV_ERR_NO_RSV;
     HashEnt *he = h_getEnt_(&tbl->entries, rsvId);
-    HashTab *nameTable = miscFuncs.rsvNameTable ? miscFuncs.rsvNameTable() : nullptr;
     if (!he)
         return RSV_ERR_NO_RSV;
-    auto *ent = static_cast<RsvEnt *>(he->value);
-    if (ent)
-        Rsv_dealloc(tbl, ent);
-    RsvTimeTbl_removeNameEntry(nameTable, rsvId);
-    // rsvId may be the entry's own text: it is not used after this.
-    h_delEnt_(&tbl->entries, he);
-    if (ent)
-        destroyAndFree(ent);
-    RsvTimeTbl_logStat(tbl);
-    return 0;
+    return removeAll(tbl, &rsvId, 1);
+}
+
+// Removes every reservation of `rsvIds` in one change, or none.
+int RsvTimeTbl_removeEntries(RsvTimeTbl *tbl, const char *const *rsvIds, int count, int *failedIndex)
+{
+    if (failedIndex)
+        *failedIndex = -1;
+    if (!tbl || !rsvIds || count < 1) {
+        qob_errno = RSV_ERR_BAD_ARGUMENT;
+        return RSV_ERR_BAD_ARGUMENT;
+    }
+    for (int i = 0; i < count; ++i) {
+        bool named = rsvIds[i] && h_getEnt_(&tbl->entries, rsvIds[i]);
+        for (int j = 0; named && j < i; ++j)
+            named = std::strcmp(rsvIds[i], rsvIds[j]) != 0;
+        if (!named) {
+            if (failedIndex)
+                *failedIndex = i;
+            qob_errno = RSV_ERR_NO_RSV;
+            return RSV_ERR_NO_RSV;
+        }
+    }
+    return removeAll(tbl, rsvIds, count);
 }
 
 // Records `rsvId` in the daemon's name table as a name-only entry owned by
@@ -238,7 +293,7 @@ void RsvTimeTbl_addNameEntry(HashTab *nameTable, const char *rsvId)
     RsvEnt *ent = RsvEnt_new(RSV_OPT_NAME_ONLY, rsvId, "");
     if (!ent)
         return;
-    ent->rsvId = miscFuncs.dupString(rsvId);
+    ent->rsvId = rsv::dupText(rsvId);
     HashEnt *he = ent->rsvId ? h_addEnt_(nameTable, ent->rsvId, nullptr) : nullptr;
     if (!he) {
         destroyAndFree(ent);
@@ -335,7 +390,7 @@ int Rsv_dupTimeTbl4CurrRsv(RsvTimeTbl *tbl, RsvEnt *ent, RsvTimeTbl *tmpTbl)
             kx_syslog(KX_LOG_DEBUG, "%s: The rsvID <%s> is already in duplicated TimeTable", kFunc, ent->rsvId);
         return -1;
     }
-    auto *copy = static_cast<RsvEnt *>(miscFuncs.allocZeroed(1, sizeof(RsvEnt), kFunc));
+    auto *copy = static_cast<RsvEnt *>(rsv::allocRecord(1, sizeof(RsvEnt), kFunc));
     if (!copy)
         return -1;
     std::memcpy(copy, ent, sizeof(RsvEnt));
@@ -383,6 +438,7 @@ void RsvTimeTbl_freeTmpTable(RsvTimeTbl *tmpTbl)
     if (!tmpTbl)
         return;
     rsv::dropRecurringIndex(tmpTbl);
+    rsv::dropTableSettings(tmpTbl);
     h_freeTab_(&tmpTbl->plannerLists, freePlannerList);
     h_freeTab_(&tmpTbl->entries, freeShallowEntry);
     free(tmpTbl->stateFile);
@@ -413,7 +469,7 @@ int RsvMod_aHostInTab(HashTab **hostSet, const char *hostName)
     if (isNew) {
         // Through the daemon's allocator, so that it can report (and a test
         // can simulate) the shortage like every other allocation.
-        auto *flag = static_cast<int *>(miscFuncs.allocZeroed(1, sizeof(int), "RsvMod_aHostInTab"));
+        auto *flag = static_cast<int *>(rsv::allocRecord(1, sizeof(int), "RsvMod_aHostInTab"));
         if (!flag) {
             h_delEnt_(*hostSet, he);
             qob_errno = RSV_ERR_NO_MEMORY;

@@ -24,11 +24,11 @@ int fail(int err)
     return -1;
 }
 
-// A copy through the daemon's string service; the command side may call the
-// date checker before any services are installed, so fall back to strdup.
+// A copy through the daemon's string service (strdup before any services are
+// installed: the command side may call the date checker first).
 char *copyText(const char *text)
 {
-    return miscFuncs.dupString ? miscFuncs.dupString(text) : strdup(text);
+    return rsv::dupText(text);
 }
 
 bool isRecurring(const RsvEnt *ent)
@@ -198,7 +198,7 @@ int fillInRsvDisableDurationDate(char *text, tmDay *day, int numColons, int chec
 }
 
 // A new duration from a user's date text ("first-last" or one date; both
-// sides in the same form). The record comes from calloc; the caller owns it
+// sides in the same form). The record comes from allocZeroed; the caller owns it
 // and frees it with free. NULL with qob_errno 35 (NULL text), 55 (no memory),
 // 320 (bad date, unequal forms, last before first) or 334 (a date before
 // today with checkPast); nothing is left allocated then.
@@ -208,7 +208,8 @@ RsvDisableDuration *createRsvDisableDuration(const char *dateText, int checkPast
         qob_errno = RSV_ERR_NO_TEXT;
         return nullptr;
     }
-    rsv::CPtr<RsvDisableDuration> rec(static_cast<RsvDisableDuration *>(std::calloc(1, sizeof(RsvDisableDuration))));
+    rsv::CPtr<RsvDisableDuration> rec(
+        static_cast<RsvDisableDuration *>(rsv::allocRecord(1, sizeof(RsvDisableDuration), __func__)));
     rsv::CPtr<char> firstText(rec ? copyText(dateText) : nullptr);
     if (!rec || !firstText) {
         qob_errno = RSV_ERR_NO_MEMORY;
@@ -250,7 +251,8 @@ RsvDisableDuration *createNextDisableDuration(RsvEnt *ent)
         qob_errno = RSV_ERR_BAD_ARGUMENT;
         return nullptr;
     }
-    rsv::CPtr<RsvDisableDuration> rec(static_cast<RsvDisableDuration *>(std::calloc(1, sizeof(RsvDisableDuration))));
+    rsv::CPtr<RsvDisableDuration> rec(
+        static_cast<RsvDisableDuration *>(rsv::allocRecord(1, sizeof(RsvDisableDuration), __func__)));
     if (!rec) {
         qob_errno = RSV_ERR_NO_MEMORY;
         return nullptr;
@@ -464,12 +466,12 @@ void setCalendarDayDuration(const tmDay *first, const tmDay *last, char **text)
     ctimeToDateText(lastCtime, lastDate, sizeof lastDate);
     if (singleDay) {
         const size_t size = std::strlen(firstDate) + 2;
-        *text = static_cast<char *>(std::calloc(size, 1));
+        *text = static_cast<char *>(rsv::allocRecord(static_cast<int>(size), 1, __func__));
         if (*text != nullptr)
             std::snprintf(*text, size, "%s", firstDate);
     } else {
         const size_t size = std::strlen(firstDate) + std::strlen(lastDate) + 5;
-        *text = static_cast<char *>(std::calloc(size, 1));
+        *text = static_cast<char *>(rsv::allocRecord(static_cast<int>(size), 1, __func__));
         if (*text != nullptr)
             std::snprintf(*text, size, "%s - %s", firstDate, lastDate);
     }
@@ -499,7 +501,7 @@ int qob_getdisableddates(const char *dateText, char **first, char **last, char *
     setCalendarDayDuration(&rec->firstDay, &rec->lastDay, &calText);
     rsv::CPtr<char> cal(calText);
     if (!cal)
-        return -1;
+        return fail(RSV_ERR_NO_MEMORY);
 
     int result = -1;
     char *dash = std::strchr(cal.get(), '-');
@@ -527,12 +529,12 @@ int qob_getdisableddates(const char *dateText, char **first, char **last, char *
     }
 
     if (result > 0) {
-        *range = static_cast<char *>(std::calloc(kRangeTextSize, 1));
+        *range = static_cast<char *>(rsv::allocRecord(static_cast<int>(kRangeTextSize), 1, __func__));
         if (*range != nullptr)
             std::snprintf(*range, kRangeTextSize, "%d:%d:%d-%d:%d:%d", rec->firstDay.year, rec->firstDay.mon + 1,
                           rec->firstDay.mday, rec->lastDay.year, rec->lastDay.mon + 1, rec->lastDay.mday);
         else
-            result = -1;
+            result = fail(RSV_ERR_NO_MEMORY);
     }
     if (result < 0) {
         std::free(*first);

@@ -130,7 +130,7 @@ void RsvTimeWindow_getCurrentInstance(const char *timeWindow, List *disabledDura
         qob_errno = RSV_ERR_BAD_ARGUMENT;
         return;
     }
-    rsv::CPtr<char> copy(miscFuncs.dupString(timeWindow));
+    rsv::CPtr<char> copy(rsv::dupText(timeWindow));
     if (!copy) {
         qob_errno = RSV_ERR_NO_MEMORY;
         return;
@@ -185,7 +185,7 @@ void RsvEnt_getNextInstance(RsvEnt *ent, int useDisabled, time_t *start, time_t 
         return;
     }
     const time_t now = rsv::now();
-    rsv::CPtr<char> copy(miscFuncs.dupString(ent->timeWindow));
+    rsv::CPtr<char> copy(rsv::dupText(ent->timeWindow));
     if (!copy) {
         qob_errno = RSV_ERR_NO_MEMORY;
         return;
@@ -234,7 +234,7 @@ void setCalendarTimeDuration(time_t start, time_t end, char **text)
     ctimeText(end, endText, sizeof endText);
     std::free(*text);
     const size_t size = std::strlen(startText) + std::strlen(endText) + 5;
-    *text = static_cast<char *>(miscFuncs.allocZeroed(static_cast<int>(size), 1, "setCalendarTimeDuration"));
+    *text = static_cast<char *>(rsv::allocRecord(static_cast<int>(size), 1, "setCalendarTimeDuration"));
     if (*text != nullptr)
         std::snprintf(*text, size, "%s - %s", startText, endText);
 }

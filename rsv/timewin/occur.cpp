@@ -89,7 +89,7 @@ time_t Rsv_timeToOccurFromGivenTime(const char *timePoint, time_t reference, int
     int parsed;
     {
         // A failed copy is no error: the text itself is parsed instead.
-        rsv::CPtr<char> copy(strdup(timePoint));
+        rsv::CPtr<char> copy(rsv::dupText(timePoint));
         parsed = parse_time(copy ? copy.get() : timePoint, &fhour, &day);
     }
     if (parsed < 0)
@@ -145,7 +145,7 @@ time_t RsvEnt_getLeftTime(const RsvEnt *ent)
 {
     if (ent == nullptr || ent->timeWindow == nullptr)
         return 0;
-    rsv::CPtr<char> copy(miscFuncs.dupString(ent->timeWindow));
+    rsv::CPtr<char> copy(rsv::dupText(ent->timeWindow));
     if (!copy)
         return 0;
     char *dash = std::strchr(copy.get(), '-');
@@ -162,7 +162,7 @@ int64_t RsvTimeWindow_toDuration(const char *timeWindow)
 {
     if (timeWindow == nullptr)
         return 0;
-    rsv::CPtr<char> copy(miscFuncs.dupString(timeWindow));
+    rsv::CPtr<char> copy(rsv::dupText(timeWindow));
     if (!copy)
         return 0;
     char *dash = std::strchr(copy.get(), '-');

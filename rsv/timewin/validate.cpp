@@ -26,9 +26,7 @@ void traceEntering(const char *fn)
 // A copy through the daemon's string service; NULL when it cannot be made.
 char *copyText(const char *text)
 {
-    if (!text || !miscFuncs.dupString)
-        return nullptr;
-    return miscFuncs.dupString(text);
+    return rsv::dupText(text);
 }
 
 // Cuts `text` at its first '-' and returns what follows, or NULL (text
@@ -255,7 +253,7 @@ char *RsvMod_buildTimeWindow(const char *currentWindow, const char *modText)
     resolvePoint(curEnd, modEnd, end, sizeof end);
 
     size_t size = std::strlen(start) + std::strlen(end) + 2;
-    auto *text = static_cast<char *>(miscFuncs.allocZeroed(static_cast<int>(size), 1, "RsvMod_buildTimeWindow"));
+    auto *text = static_cast<char *>(rsv::allocRecord(static_cast<int>(size), 1, "RsvMod_buildTimeWindow"));
     if (!text)
         return nullptr;
     std::snprintf(text, size, "%s-%s", start, end);

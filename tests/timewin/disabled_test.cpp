@@ -794,13 +794,15 @@ TEST_P(DisabledDatesTest, NullOutputPointerIs52)
 
 TEST_P(DisabledDatesTest, FailedCopiesGiveMinusOneAndNoOutputs)
 {
-    // Two copies are made while reading the text, two for the echoed days.
+    // The record and two copies while reading the text, the calendar text,
+    // two copies for the echoed days, then the range text.
     const struct {
         const char *text;
         int failAt;
         int err;
-    } cases[] = {{"25", 0, RSV_ERR_NO_MEMORY}, {"25", 2, RSV_ERR_NO_TEXT},     {"25", 3, RSV_ERR_NO_TEXT},
-                 {"25-27", 2, RSV_ERR_NO_MEMORY}, {"25-27", 3, RSV_ERR_NO_MEMORY}};
+    } cases[] = {{"25", 0, RSV_ERR_NO_MEMORY},    {"25", 1, RSV_ERR_NO_MEMORY},    {"25", 3, RSV_ERR_NO_MEMORY},
+                 {"25", 4, RSV_ERR_NO_TEXT},      {"25", 5, RSV_ERR_NO_TEXT},      {"25", 6, RSV_ERR_NO_MEMORY},
+                 {"25-27", 4, RSV_ERR_NO_MEMORY}, {"25-27", 5, RSV_ERR_NO_MEMORY}, {"25-27", 6, RSV_ERR_NO_MEMORY}};
     for (const auto &c : cases) {
         daemon.failAfter(c.failAt);
         qob_errno = 0;

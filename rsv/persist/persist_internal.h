@@ -1,0 +1,54 @@
+// persist_internal.h: what the persistence units share with the rest of the
+// module: the id counters kept across a change, and the texts and durable
+// writing of the two files.
+#ifndef RSV_PERSIST_INTERNAL_H
+#define RSV_PERSIST_INTERNAL_H
+
+#include <string>
+#include <vector>
+
+#include "qob.rsvimpl.h"
+
+namespace rsv {
+
+// The owner counters as they were before a change, to put back when it is
+// undone. restore() allocates nothing beyond the base library's hash table.
+class IdCounters {
+public:
+    // Keep one owner's counter (or that it had none). False: out of memory.
+    bool keep(const char *owner) noexcept;
+    // Keep every counter and their order (start-up). False: out of memory.
+    bool keepAll() noexcept;
+    void restore() noexcept;
+
+private:
+    struct Owner {
+        std::string owner;
+        bool existed;
+        int value;
+    };
+    std::vector<Owner> owners_;
+    bool whole_ = false;
+    bool hadTable_ = false;
+};
+
+// The id file's text, byte for byte what RsvTimeTbl_logId writes. False
+// when memory runs out (std::bad_alloc is caught by the caller).
+bool RsvId_appendFileText(std::string &out);
+
+// The state file's text, byte for byte what RsvTimeTbl_logStat writes,
+// leaving out the entries of `skip` (may be NULL). False when a record
+// cannot be built (out of memory).
+bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip);
+
+// Write the id file and then the state file of `tbl` durably (temporary
+// file, fsync, rename, directory fsync), leaving out the entries of `skip`.
+// RSV_OK; RSV_ERR_NO_MEMORY (nothing written); RSV_ERR_BAD_ARGUMENT (no
+// state file name); or RSV_ERR_NOT_SAVED with errno kept and the failure
+// recorded in the table's settings. *replaced (when not NULL) tells whether
+// a file was already replaced when the save failed.
+int RsvTimeTbl_saveDurably(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *skip, bool *replaced);
+
+} // namespace rsv
+
+#endif

@@ -20,6 +20,10 @@ public:
     // Keep every counter and their order (start-up). False: out of memory.
     bool keepAll() noexcept;
     void restore() noexcept;
+    // Move every kept owner's counter that is now behind its kept value back
+    // up to it. "Behind" allows for wrap-around: a counter more than half of
+    // `limit` below the kept value has wrapped and is ahead.
+    void raiseToKept(int limit) noexcept;
 
 private:
     struct Owner {
@@ -31,6 +35,10 @@ private:
     bool whole_ = false;
     bool hadTable_ = false;
 };
+
+// The per-owner limit RsvId_new works with (100 unless the daemon's service
+// gives 1..10000).
+int RsvId_maxPerOwner() noexcept;
 
 // The id file's text, byte for byte what RsvTimeTbl_logId writes. False
 // when memory runs out (std::bad_alloc is caught by the caller).

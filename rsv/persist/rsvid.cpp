@@ -74,9 +74,7 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
     if (!ids)
         return nullptr;
 
-    int max = miscFuncs.maxRsvPerOwner ? miscFuncs.maxRsvPerOwner() : kDefaultMaxPerOwner;
-    if (max < 1 || max > kMaxPerOwnerLimit)
-        max = kDefaultMaxPerOwner;
+    const int max = rsv::RsvId_maxPerOwner();
     rsv::CPtr<int> used(static_cast<int *>(rsv::allocRecord(max, sizeof(int), __func__)));
     if (!used)
         return nullptr;
@@ -325,6 +323,26 @@ void IdCounters::restore() noexcept
             h_delEnt_(rsvIdTbl, he);
         }
     }
+}
+
+void IdCounters::raiseToKept(int limit) noexcept
+{
+    if (!rsvIdTbl)
+        return;
+    for (const auto &o : owners_) {
+        HashEnt *he = h_getEnt_(rsvIdTbl, o.owner.c_str());
+        if (!he || !o.existed)
+            continue;
+        const int now = fromValue(he->value);
+        if (now < o.value && o.value - now <= limit / 2)
+            he->value = toValue(o.value);
+    }
+}
+
+int RsvId_maxPerOwner() noexcept
+{
+    const int max = miscFuncs.maxRsvPerOwner ? miscFuncs.maxRsvPerOwner() : kDefaultMaxPerOwner;
+    return max < 1 || max > kMaxPerOwnerLimit ? kDefaultMaxPerOwner : max;
 }
 
 bool RsvId_appendFileText(std::string &out)

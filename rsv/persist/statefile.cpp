@@ -89,8 +89,22 @@ int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
         qob_errno = RSV_ERR_NO_MEMORY;
         return -1;
     }
+    initRsvIdTbl(tbl->idFile);
+    // Restoring sets each owner's counter to the number of its last
+    // identifier in the file, which is behind the id file once the newest
+    // reservations are gone. In durable mode the id file is written first and
+    // is never behind the state file, so its counters are put back afterwards:
+    // an identifier once handed out is not handed out again.
+    rsv::IdCounters fileCounters;
+    const bool keepFileCounters = rsv::isDurable(tbl);
+    if (keepFileCounters && !fileCounters.keepAll()) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return -1;
+    }
     // A read error keeps the lines read before it, as a partial load.
     const int restored = loadRecords(tbl, change, numRejected);
+    if (keepFileCounters)
+        fileCounters.raiseToKept(rsv::RsvId_maxPerOwner());
     if (change.finish(false) != RSV_OK) {
         if (numRejected)
             *numRejected = 0;
@@ -108,7 +122,6 @@ namespace {
 // The body of RsvTimeTbl_load: every restored entry is told to `change`.
 int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
 {
-    initRsvIdTbl(tbl->idFile);
 
     const char *name = tbl->stateFile ? tbl->stateFile : "";
     FilePtr fp(std::fopen(name, "r"));

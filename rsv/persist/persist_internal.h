@@ -44,6 +44,10 @@ int RsvId_maxPerOwner() noexcept;
 // when memory runs out (std::bad_alloc is caught by the caller).
 bool RsvId_appendFileText(std::string &out);
 
+// Append the record text of `ent` (what RsvEnt_ToString returns) to `out`.
+// Throws std::bad_alloc.
+void RsvEnt_appendRecord(const RsvEnt *ent, std::string &out);
+
 // The state file's text, byte for byte what RsvTimeTbl_logStat writes,
 // leaving out the entries of `skip` (may be NULL). False when a record
 // cannot be built (out of memory).

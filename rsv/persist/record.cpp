@@ -8,9 +8,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 
+#include "persist/persist_internal.h"
 #include "rsv_internal.h"
 
 namespace {
@@ -182,10 +184,11 @@ public:
     {
         return size_ >= length() + need || grow(by, messageNumber);
     }
-    void append(const std::string &piece)
+    void append(std::string_view piece)
     {
-        std::memcpy(buf_ + len_, piece.c_str(), piece.size() + 1);
+        std::memcpy(buf_ + len_, piece.data(), piece.size());
         len_ += piece.size();
+        buf_[len_] = '\0';
     }
     char *release()
     {
@@ -202,63 +205,128 @@ private:
 
 // Builds one piece of the record: the same text as the record's printf
 // formats (" %s", " %d"), without a format parse per field, since a state
-// file of thousands of records is rewritten after every change.
+// file of thousands of records is rewritten after every change. Short
+// pieces (nearly all) stay in the piece itself; longer ones spill to the
+// heap.
 class Piece {
 public:
     Piece &text(std::string_view s)
     {
-        out_.append(s);
+        put(s);
         return *this;
     }
     Piece &word(std::string_view s)
     {
-        out_.push_back(' ');
-        out_.append(s);
+        put(" ");
+        put(s);
         return *this;
     }
     Piece &number(long long n)
     {
         char digits[24];
         auto res = std::to_chars(digits, digits + sizeof digits, n);
-        out_.append(digits, static_cast<size_t>(res.ptr - digits));
+        put(std::string_view(digits, static_cast<size_t>(res.ptr - digits)));
         return *this;
     }
     Piece &blankNumber(long long n)
     {
-        out_.push_back(' ');
+        put(" ");
         return number(n);
     }
-    const std::string &str() const { return out_; }
-    int need() const { return static_cast<int>(out_.size()) + 1; }
+    std::string_view str() const { return spilled_ ? std::string_view(spill_) : std::string_view(inline_, len_); }
+    int need() const { return static_cast<int>(str().size()) + 1; }
 
 private:
-    std::string out_;
+    void put(std::string_view s)
+    {
+        if (!spilled_ && len_ + s.size() <= sizeof inline_) {
+            std::memcpy(inline_ + len_, s.data(), s.size());
+            len_ += s.size();
+            return;
+        }
+        if (!spilled_) {
+            spill_.assign(inline_, len_);
+            spilled_ = true;
+        }
+        spill_.append(s);
+    }
+    char inline_[200];
+    size_t len_ = 0;
+    bool spilled_ = false;
+    std::string spill_;
 };
 
 inline const char *orEmpty(const char *s) { return s ? s : ""; }
 
 inline bool isNamedElement(const AllocElem &elem) { return elem.hostName && elem.hostName[0] != '\0'; }
 
-} // namespace
-
-extern "C" {
-
-/* The record text of `ent` in the current format, without a line end. The
- * caller frees it. NULL when memory runs out (the failure is logged; a
- * failed description scratch also sets qob_errno to 55); the entry is never
- * changed. */
-char *RsvEnt_ToString(const RsvEnt *ent)
+// The description as the record carries it: a blank and the text in double
+// quotes. A line break inside it would split the record over two lines of
+// the state file and lose the reservation at the next start.
+void quoteDescription(char *out, size_t size, const char *description)
 {
-    if (rsv::logOn(LC_RSV | LC_TRACE))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", __func__);
-    if (!ent)
-        return nullptr;
+    std::snprintf(out, size, " \"%s\"", description);
+    for (char *c = out; *c; ++c)
+        if (*c == '\n' || *c == '\r')
+            *c = ' ';
+}
+
+// The daemon-facing writer's output: the record's own buffer with its
+// growth steps and their messages.
+class BufferSink {
+public:
+    explicit BufferSink(RecordBuf &buf) : buf_(buf) {}
+    bool reserve(int need, int by, int messageNumber) { return buf_.reserve(need, by, messageNumber); }
+    int size() const { return buf_.size(); }
+    void append(std::string_view piece) { buf_.append(piece); }
+    bool description(const char *text, int need)
+    {
+        rsv::CPtr<char> scratch(static_cast<char *>(rsv::allocRecord(1, static_cast<size_t>(need), "RsvEnt_ToString")));
+        if (!scratch) {
+            logAllocFailure("RsvEnt_ToString", "calloc");
+            qob_errno = RSV_ERR_NO_MEMORY;
+            return false;
+        }
+        quoteDescription(scratch.get(), static_cast<size_t>(need), text);
+        buf_.append(scratch.get());
+        return true;
+    }
+
+private:
+    RecordBuf &buf_;
+};
+
+// The state file's writer: records appended to one text, no buffer of
+// their own. Throws std::bad_alloc.
+class TextSink {
+public:
+    explicit TextSink(std::string &out) : out_(out) {}
+    bool reserve(int, int, int) { return true; }
+    int size() const { return static_cast<int>(out_.size()); }
+    void append(std::string_view piece) { out_ += piece; }
+    bool description(const char *text, int need)
+    {
+        const size_t at = out_.size();
+        out_.resize(at + static_cast<size_t>(need));
+        quoteDescription(out_.data() + at, static_cast<size_t>(need), text);
+        out_.resize(at + std::strlen(out_.data() + at));
+        return true;
+    }
+
+private:
+    std::string &out_;
+};
+
+template <typename Sink>
+bool writeDurationsAndActivation(const RsvEnt *ent, Sink &sink);
+
+// The record of `ent` into `sink`, field by field. False when the sink
+// cannot grow (it has logged why).
+template <typename Sink>
+bool writeRecord(const RsvEnt *ent, Sink &sink)
+{
     const char *name = orEmpty(ent->name);
     const char *rsvId = orEmpty(ent->rsvId);
-
-    RecordBuf sbuf;
-    if (!sbuf.init(static_cast<int>(std::strlen(name) + std::strlen(rsvId) + 512)))
-        return nullptr;
 
     // Adding hosts can leave trailing elements that never got a host (no
     // name, no slots). They hold nothing, and a nameless host word would make
@@ -279,9 +347,9 @@ char *RsvEnt_ToString(const RsvEnt *ent)
         .blankNumber(ent->auxValue);
     // The first allocation leaves room for the owner, the identifier and
     // 512 more characters; a longer version or window still must fit.
-    if (!sbuf.reserve(header.need(), header.need() - sbuf.size(), 6108))
-        return nullptr;
-    sbuf.append(header.str());
+    if (!sink.reserve(header.need(), header.need() - sink.size(), 6108))
+        return false;
+    sink.append(header.str());
 
     for (int i = 0; i < ent->numHosts && ent->allocVector; ++i) {
         const AllocElem &elem = ent->allocVector[i];
@@ -289,52 +357,47 @@ char *RsvEnt_ToString(const RsvEnt *ent)
             continue;
         Piece piece;
         piece.word(elem.hostName).blankNumber(elem.numSlots);
-        if (!sbuf.reserve(piece.need(), std::max(sbuf.size() / 2, piece.need()), 6108))
-            return nullptr;
-        sbuf.append(piece.str());
+        if (!sink.reserve(piece.need(), std::max(sink.size() / 2, piece.need()), 6108))
+            return false;
+        sink.append(piece.str());
     }
 
     // The creator is written even when empty, leaving two blanks ahead of the
     // description; the reader recognises that case.
-    if (!sbuf.reserve(kCreatorRoom, kCreatorRoom, 6109))
-        return nullptr;
-    sbuf.append(Piece().word(std::string_view(ent->creator, strnlen(ent->creator, kCreatorSize - 1))).str());
+    if (!sink.reserve(kCreatorRoom, kCreatorRoom, 6109))
+        return false;
+    sink.append(Piece().word(std::string_view(ent->creator, strnlen(ent->creator, kCreatorSize - 1))).str());
 
     const char *description = ent->description;
     const int descNeed = description ? static_cast<int>(std::strlen(description)) + kQuoteRoom : kQuoteRoom;
-    if (!sbuf.reserve(descNeed, descNeed, 6109))
-        return nullptr;
+    if (!sink.reserve(descNeed, descNeed, 6109))
+        return false;
     if (description) {
-        rsv::CPtr<char> scratch(static_cast<char *>(rsv::allocRecord(1, static_cast<size_t>(descNeed), __func__)));
-        if (!scratch) {
-            logAllocFailure(__func__, "calloc");
-            qob_errno = RSV_ERR_NO_MEMORY;
-            return nullptr;
-        }
-        std::snprintf(scratch.get(), static_cast<size_t>(descNeed), " \"%s\"", description);
-        // A line break inside the description would split the record over two
-        // lines of the state file and lose the reservation at the next start.
-        for (char *c = scratch.get(); *c; ++c)
-            if (*c == '\n' || *c == '\r')
-                *c = ' ';
-        sbuf.append(scratch.get());
+        if (!sink.description(description, descNeed))
+            return false;
     } else {
-        sbuf.append(" \"\"");
+        sink.append(" \"\"");
     }
+    return writeDurationsAndActivation(ent, sink);
+}
 
-    if (!sbuf.reserve(kCountRoom, kCountRoom, 6109))
-        return nullptr;
+// The tail of the record: the disabled durations and the activation time.
+template <typename Sink>
+bool writeDurationsAndActivation(const RsvEnt *ent, Sink &sink)
+{
+    if (!sink.reserve(kCountRoom, kCountRoom, 6109))
+        return false;
     List *durations = ent->disabledDurations;
     if (!durations || durations->numEnts < 1) {
-        sbuf.append(" 0");
+        sink.append(" 0");
     } else {
         // Ten characters were set aside for the count, but a count of nine or
         // more digits needs more.
         Piece count;
         count.blankNumber(durations->numEnts);
-        if (!sbuf.reserve(count.need(), count.need(), 6109))
-            return nullptr;
-        sbuf.append(count.str());
+        if (!sink.reserve(count.need(), count.need(), 6109))
+            return false;
+        sink.append(count.str());
         ListIterator iter;
         listIteratorAttach(&iter, durations);
         for (ListEntry *le = listIteratorGetCurEntry(&iter); le; le = listIteratorNext(&iter)) {
@@ -348,17 +411,56 @@ char *RsvEnt_ToString(const RsvEnt *ent)
                 .blankNumber(dd->lastDay.wday)
                 .blankNumber(dd->lastDay.mon)
                 .blankNumber(dd->lastDay.year);
-            if (!sbuf.reserve(piece.need(), piece.need(), 6109))
-                return nullptr;
-            sbuf.append(piece.str());
+            if (!sink.reserve(piece.need(), piece.need(), 6109))
+                return false;
+            sink.append(piece.str());
         }
     }
 
     Piece active;
     active.blankNumber(ent->activeTime > 0 ? static_cast<int>(ent->activeTime) : 0);
-    if (!sbuf.reserve(active.need(), active.need(), 6109))
+    if (!sink.reserve(active.need(), active.need(), 6109))
+        return false;
+    sink.append(active.str());
+    return true;
+}
+
+} // namespace
+
+namespace rsv {
+
+void RsvEnt_appendRecord(const RsvEnt *ent, std::string &out)
+{
+    TextSink sink(out);
+    writeRecord(ent, sink);
+}
+
+} // namespace rsv
+
+extern "C" {
+
+/* The record text of `ent` in the current format, without a line end. The
+ * caller frees it. NULL when memory runs out (the failure is logged; a
+ * failed description scratch also sets qob_errno to 55); the entry is never
+ * changed. */
+char *RsvEnt_ToString(const RsvEnt *ent)
+{
+    if (rsv::logOn(LC_RSV | LC_TRACE))
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", __func__);
+    if (!ent)
         return nullptr;
-    sbuf.append(active.str());
+    RecordBuf sbuf;
+    if (!sbuf.init(static_cast<int>(std::strlen(orEmpty(ent->name)) + std::strlen(orEmpty(ent->rsvId)) + 512)))
+        return nullptr;
+    BufferSink sink(sbuf);
+    try {
+        if (!writeRecord(ent, sink))
+            return nullptr;
+    } catch (const std::bad_alloc &) {
+        logAllocFailure(__func__, "calloc");
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return nullptr;
+    }
     return sbuf.release();
 }
 

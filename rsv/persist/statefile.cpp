@@ -203,10 +203,7 @@ bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::ve
         const auto *ent = static_cast<const RsvEnt *>(he->value);
         if (skip && std::find(skip->begin(), skip->end(), ent) != skip->end())
             continue;
-        rsv::CPtr<char> record(RsvEnt_ToString(ent));
-        if (!record)
-            return false;
-        out += record.get();
+        RsvEnt_appendRecord(ent, out);
         out += '\n';
     }
     return true;

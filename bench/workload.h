@@ -1,0 +1,70 @@
+// workload.h: the reference table of the benchmarks, so that figures compare
+// across files: 1,000 hosts of 64 slots; 10,000 reservations of 500 owners,
+// each on 1 to 4 hosts with 1 to 4 slots per host; 70 % one-off windows of 1
+// to 14 days starting within the next 8 weeks, 15 % daily (H:0-H2:30), 15 %
+// weekly (D:8:0-D2:18:0).
+#ifndef RSV_BENCH_WORKLOAD_H
+#define RSV_BENCH_WORKLOAD_H
+
+#include <random>
+#include <string>
+
+#include "rsv_test_support.h"
+
+namespace rsvbench {
+
+inline constexpr int kHosts = 1000;
+inline constexpr int kSlotsPerHost = 64;
+inline constexpr int kReservations = 10000;
+inline constexpr int kOwners = 500;
+
+inline std::string hostName(int h)
+{
+    return "host" + std::to_string(h);
+}
+
+// The state-file text of the reference table, starting at `now`.
+inline std::string referenceStateText(time_t now, unsigned seed = 11)
+{
+    std::mt19937 rng(seed);
+    auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+    std::string out;
+    for (int i = 0; i < kReservations; ++i) {
+        const std::string owner = "user" + std::to_string(i % kOwners);
+        int options = 0;
+        std::string window;
+        const int kind = pick(0, 99);
+        if (kind < 70) {
+            const time_t start = now + static_cast<time_t>(pick(0, 8 * 7 * 24 * 6)) * 600;
+            window = std::to_string(start) + "-" + std::to_string(start + pick(1, 14) * 86400);
+        } else if (kind < 85) {
+            options = RSV_OPT_RECURRING;
+            const int from = pick(0, 21);
+            window = std::to_string(from) + ":0-" + std::to_string(from + 2) + ":30";
+        } else {
+            options = RSV_OPT_RECURRING;
+            const int day = pick(0, 4);
+            window = std::to_string(day) + ":8:0-" + std::to_string(day + 2) + ":18:0";
+        }
+        const int numHosts = pick(1, 4);
+        out += "9.11 " + std::to_string(now) + " " + std::to_string(options) + " " + owner + "#" +
+               std::to_string(i / kOwners) + " " + owner + " " + window + " " + std::to_string(numHosts) + " 0";
+        for (int h = 0; h < numHosts; ++h)
+            out += " " + hostName(pick(0, kHosts - 1)) + " " + std::to_string(pick(1, 4));
+        out += "  \"benchmark\" 0 0\n";
+    }
+    return out;
+}
+
+// The hosts of the reference table in the fake daemon. Their slot limit is
+// lifted so that every reference record books, whatever overlaps.
+inline void addReferenceHosts(rsvtest::FakeDaemon &daemon, int maxSlots = 100000)
+{
+    daemon.setMaxPerOwner(10000);
+    for (int h = 0; h < kHosts; ++h)
+        daemon.addHost(hostName(h), maxSlots, kSlotsPerHost);
+}
+
+} // namespace rsvbench
+
+#endif

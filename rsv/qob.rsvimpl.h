@@ -382,7 +382,7 @@ int ResPlanner_isOutdated(void *planner, void *week, int ignored);
 int64_t ResPlannerEnt_incr(ResPlannerEnt *cell, int64_t n);
 int64_t ResPlannerEnt_decr(ResPlannerEnt *cell, int64_t n);
 int64_t ResPlannerEnt_getMaxRsv(ResPlannerEnt *cell, int64_t accumulator);
-void freePlanner(List *plannerList);
+void freePlanner(void *plannerList);
 void freePlanner_t(void *planner);
 
 /* --- planner lists and weeks --- */
@@ -398,9 +398,12 @@ int RsvWeek_equal(const RsvWeek *a, const RsvWeek *b);
 void RsvTime_toWeek(time_t t, RsvWeek *week);
 RsvWeek *Rsv_thisWeek(void);
 char *RsvTime_toVktTimexpr(time_t t);
-/* Split `timeWindow` at its first '-' into `start` and `end`, each a caller
- * buffer of `bufSize` bytes (longer parts are cut); returns `end`. */
-char *RsvTimeWindow_toTimeRange(const char *timeWindow, char *start, char *end, size_t bufSize);
+/* Split `timeWindow` at its first '-' into `start` and `end`; returns `end`.
+ * Each buffer must hold the whole window text (strlen + 1). No '-': all of
+ * it is the start and the end is "". NULL text: both "". */
+char *RsvTimeWindow_toTimeRange(const char *timeWindow, char *start, char *end);
+/* The same into buffers of `bufSize` bytes each; a longer part is cut. */
+char *RsvTimeWindow_toTimeRangeBounded(const char *timeWindow, char *start, char *end, size_t bufSize);
 
 /* --- slot allocation --- */
 

@@ -330,10 +330,10 @@ int64_t ResPlannerEnt_getMaxRsv(ResPlannerEnt *cell, int64_t accumulator)
 
 // Destroy a planner list and every planner in it (freePlanner_t). NULL is
 // ignored.
-void freePlanner(List *plannerList)
+void freePlanner(void *plannerList)
 {
     if (plannerList)
-        listDestroy(plannerList, freePlanner_t);
+        listDestroy(static_cast<List *>(plannerList), freePlanner_t);
 }
 
 // Free one planner record, but not its name: the planner lists of a temporary

@@ -177,7 +177,7 @@ RsvWeek *RsvTimeWindow_getWeeks(const char *timeWindow, int *numWeeks)
         return nullptr;
     char startText[kTimeTextSize];
     char endText[kTimeTextSize];
-    RsvTimeWindow_toTimeRange(timeWindow, startText, endText, sizeof startText);
+    RsvTimeWindow_toTimeRangeBounded(timeWindow, startText, endText, sizeof startText);
     const time_t startTime = epochOf(startText);
     const time_t endTime = epochOf(endText);
 
@@ -232,7 +232,7 @@ char *RsvWeek_getOverlapTimeWindow(const RsvWeek *week, const char *timeWindow)
         return nullptr;
     char startText[kTimeTextSize];
     char endText[kTimeTextSize];
-    RsvTimeWindow_toTimeRange(timeWindow, startText, endText, sizeof startText);
+    RsvTimeWindow_toTimeRangeBounded(timeWindow, startText, endText, sizeof startText);
 
     // Each expression is copied out of the shared buffer before the next call.
     char startExpr[kTimexprSize];
@@ -300,10 +300,17 @@ char *RsvTime_toVktTimexpr(time_t t)
 }
 
 // Split `timeWindow` at its first '-' into `start` and `end`, each a caller
-// buffer of `bufSize` bytes; a longer part is cut to fit. A text without '-'
-// is all start and an empty end; a NULL text gives two empty texts. Returns
-// `end`.
-char *RsvTimeWindow_toTimeRange(const char *timeWindow, char *start, char *end, size_t bufSize)
+// buffer that holds the whole window text. A text without '-' is all start
+// and an empty end; a NULL text gives two empty texts. Returns `end`.
+char *RsvTimeWindow_toTimeRange(const char *timeWindow, char *start, char *end)
+{
+    const size_t whole = timeWindow ? std::strlen(timeWindow) + 1 : 1;
+    return RsvTimeWindow_toTimeRangeBounded(timeWindow, start, end, whole);
+}
+
+// As RsvTimeWindow_toTimeRange, each buffer of `bufSize` bytes; a longer part
+// is cut to fit.
+char *RsvTimeWindow_toTimeRangeBounded(const char *timeWindow, char *start, char *end, size_t bufSize)
 {
     if (!start || !end || bufSize == 0)
         return end;

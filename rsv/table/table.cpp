@@ -28,11 +28,6 @@ RsvEnt *entryOf(HashEnt *he)
     return he ? static_cast<RsvEnt *>(he->value) : nullptr;
 }
 
-void freePlannerList(void *list)
-{
-    freePlanner(static_cast<List *>(list));
-}
-
 // The shallow copies of a temporary table own none of their members.
 void freeShallowEntry(void *entry)
 {
@@ -439,7 +434,7 @@ void RsvTimeTbl_freeTmpTable(RsvTimeTbl *tmpTbl)
         return;
     rsv::dropRecurringIndex(tmpTbl);
     rsv::dropTableSettings(tmpTbl);
-    h_freeTab_(&tmpTbl->plannerLists, freePlannerList);
+    h_freeTab_(&tmpTbl->plannerLists, freePlanner);
     h_freeTab_(&tmpTbl->entries, freeShallowEntry);
     free(tmpTbl->stateFile);
     free(tmpTbl->idFile);

@@ -232,10 +232,10 @@ TEST_P(WeekTest, TimeExpressionWritesSundayAsSevenAndDropsSeconds)
 TEST(RsvTimeWindowToTimeRange, SplitsAtTheFirstDash)
 {
     char start[32], end[32];
-    EXPECT_EQ(RsvTimeWindow_toTimeRange("100-200", start, end, sizeof start), end);
+    EXPECT_EQ(RsvTimeWindow_toTimeRange("100-200", start, end), end);
     EXPECT_STREQ(start, "100");
     EXPECT_STREQ(end, "200");
-    RsvTimeWindow_toTimeRange("a-b-c", start, end, sizeof start);
+    RsvTimeWindow_toTimeRange("a-b-c", start, end);
     EXPECT_STREQ(start, "a");
     EXPECT_STREQ(end, "b-c");
 }
@@ -243,19 +243,32 @@ TEST(RsvTimeWindowToTimeRange, SplitsAtTheFirstDash)
 TEST(RsvTimeWindowToTimeRange, TextWithoutDashIsAllStart)
 {
     char start[32], end[32];
-    RsvTimeWindow_toTimeRange("12345", start, end, sizeof start);
+    RsvTimeWindow_toTimeRange("12345", start, end);
     EXPECT_STREQ(start, "12345");
     EXPECT_STREQ(end, "");
-    RsvTimeWindow_toTimeRange(nullptr, start, end, sizeof start);
+    RsvTimeWindow_toTimeRange(nullptr, start, end);
     EXPECT_STREQ(start, "");
     EXPECT_STREQ(end, "");
 }
 
-TEST(RsvTimeWindowToTimeRange, LongPartsAreCutToTheBuffer)
+TEST(RsvTimeWindowToTimeRange, BuffersOfTheWholeTextHoldEitherPart)
+{
+    const char *window = "1796115600-1796119200";
+    char start[22], end[22];
+    EXPECT_EQ(RsvTimeWindow_toTimeRange(window, start, end), end);
+    EXPECT_STREQ(start, "1796115600");
+    EXPECT_STREQ(end, "1796119200");
+    char whole[6], none[6];
+    RsvTimeWindow_toTimeRange("12:30", whole, none);
+    EXPECT_STREQ(whole, "12:30");
+    EXPECT_STREQ(none, "");
+}
+
+TEST(RsvTimeWindowToTimeRangeBounded, LongPartsAreCutToTheBuffer)
 {
     char start[4], end[4];
     char guard[4] = {'x', 'x', 'x', '\0'};
-    RsvTimeWindow_toTimeRange("123456789-987654321", start, end, sizeof start);
+    RsvTimeWindow_toTimeRangeBounded("123456789-987654321", start, end, sizeof start);
     EXPECT_STREQ(start, "123");
     EXPECT_STREQ(end, "987");
     EXPECT_STREQ(guard, "xxx");

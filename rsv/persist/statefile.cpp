@@ -74,8 +74,11 @@ void RsvTimeTbl_logStat(RsvTimeTbl *tbl)
  * state file into the table (booking its hosts). Returns the number of
  * reservations put into the table, 0 when there is no state file yet, or -1
  * when the state file exists but cannot be opened or read (the id counters
- * are loaded all the same, and lines read before a read error stay loaded). A rejected line is logged with its line number and skipped;
- * *numRejected (when not NULL) receives their count. */
+ * are loaded all the same, and lines read before a read error stay loaded),
+ * or -1 with qob_errno 55 when memory runs out (nothing is loaded, counters
+ * as before). A rejected line is logged with its line number and skipped;
+ * *numRejected (when not NULL) receives their count. A durable table keeps
+ * the id file's counters where restoring would move them back. */
 int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
 {
     if (numRejected)

@@ -425,6 +425,255 @@ bool writeDurationsAndActivation(const RsvEnt *ent, Sink &sink)
     return true;
 }
 
+
+constexpr const char *kReader = "RsvEnt_newByString";
+
+enum class ReadStatus { Failed, Complete, Partial, More };
+
+// Reads one record into a fresh entry, field kind by field kind. Each step
+// returns More to go on, or how the record ended: Failed (malformed or out
+// of memory, logged), Complete, or Partial (a current record that stops
+// after the creator).
+class RecordReader {
+public:
+    RecordReader(const char *text, RsvEnt *ent) : text_(text), ent_(ent), cursor_(text) {}
+
+    ReadStatus read()
+    {
+        ReadStatus status = readHeader();
+        if (status == ReadStatus::More)
+            status = readHosts();
+        if (status == ReadStatus::More)
+            status = readCreator();
+        if (status == ReadStatus::More)
+            status = readDescription();
+        if (status == ReadStatus::More)
+            status = readDurations();
+        if (status == ReadStatus::More)
+            status = readActiveTime();
+        return status;
+    }
+
+private:
+    ReadStatus noMemory()
+    {
+        logAllocFailure(kReader, "calloc");
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return ReadStatus::Failed;
+    }
+    ReadStatus malformed(int number, const char *at)
+    {
+        logWrongFormat(number, at);
+        return ReadStatus::Failed;
+    }
+
+    // "version createTime options rsvId name window numHosts auxValue"; a
+    // record of the old format has no auxValue.
+    ReadStatus readHeader()
+    {
+        char version[kVersionWordSize];
+        char rsvIdWord[kIdWordSize];
+        char nameWord[kNameWordSize];
+        char windowWord[kTimeWindowWordSize];
+        int createTime = 0;
+        int auxValue = 0;
+        auto scanHeader = [&](Scan &scan) -> Scan & {
+            return scan.word(version, sizeof version)
+                .integer(&createTime)
+                .integer(&ent_->options)
+                .word(rsvIdWord, sizeof rsvIdWord)
+                .word(nameWord, sizeof nameWord)
+                .word(windowWord, sizeof windowWord)
+                .integer(&numHosts_);
+        };
+        Scan header(text_);
+        scanHeader(header).integer(&auxValue);
+        int consumed = header.consumed();
+        if (header.count() == 7) {
+            kx_syslog(KX_LOG_WARNING,
+                      kx_catgets(kx_catd, rsv::kCatSetRsv, 6116, "%s: the reservation string <%s> has the old format"),
+                      kReader, text_);
+            Scan old(text_);
+            if (scanHeader(old).count() != 7)
+                return malformed(6110, text_);
+            consumed = old.consumed();
+            auxValue = 0;
+        } else if (header.count() != 8) {
+            return malformed(6111, text_);
+        }
+        if (numHosts_ < 0)
+            return malformed(6111, text_);
+
+        version_ = std::atof(version);
+        std::free(ent_->name);
+        ent_->name = nullptr;
+        std::free(ent_->timeWindow);
+        ent_->timeWindow = nullptr;
+        ent_->createTime = static_cast<time_t>(createTime);
+        ent_->auxValue = auxValue;
+        ent_->rsvId = rsv::dupText(rsvIdWord);
+        ent_->name = rsv::dupText(nameWord);
+        ent_->timeWindow = rsv::dupText(windowWord);
+        if (!ent_->rsvId || !ent_->name || !ent_->timeWindow)
+            return noMemory();
+        ent_->duration = RsvTimeWindow_toDuration(ent_->timeWindow);
+        cursor_.advance(consumed);
+        return ReadStatus::More;
+    }
+
+    // numHosts_ pairs "host slots", host names made official.
+    ReadStatus readHosts()
+    {
+        // Every host takes at least three characters of text, so no more
+        // elements are needed than the rest of the record can hold; this
+        // keeps an absurd host count from asking for an absurd block.
+        const int hostRoom = static_cast<int>(std::min<size_t>(cursor_.left() / 3 + 1, INT_MAX));
+        const int numElems = std::min(numHosts_, hostRoom);
+        if (numElems > 0) {
+            ent_->allocVector = static_cast<AllocElem *>(rsv::allocRecord(numElems, sizeof(AllocElem), kReader));
+            if (!ent_->allocVector)
+                return noMemory();
+        }
+        // Until every host is read, numHosts counts the elements allocated,
+        // which is what a destroy of the half-built entry walks.
+        ent_->numHosts = numElems;
+        for (int i = 0; i < numHosts_; ++i) {
+            char hostWord[kHostWordSize];
+            int slots = 0;
+            Scan host(cursor_.get());
+            host.word(hostWord, sizeof hostWord).integer(&slots);
+            if (host.count() != 2 || i >= numElems || slots < 0)
+                return malformed(6112, cursor_.get());
+            AllocElem &elem = ent_->allocVector[i];
+            elem.hostName = miscFuncs.officialHostName ? miscFuncs.officialHostName(hostWord) : nullptr;
+            if (!elem.hostName)
+                elem.hostName = rsv::dupText(hostWord);
+            if (!elem.hostName)
+                return noMemory();
+            elem.numSlots = slots;
+            cursor_.advance(host.consumed() + 1);
+        }
+        ent_->numHosts = numHosts_;
+        return version_ > kVersionWithCreator ? ReadStatus::More : ReadStatus::Complete;
+    }
+
+    ReadStatus readCreator()
+    {
+        // An entry made by RsvTimeTbl_addEntry has an empty creator, which the
+        // writer leaves as two blanks ahead of the description. Taking the
+        // next word as the creator would swallow the description, so a blank
+        // where the creator should start means "no creator" and the cursor
+        // stays for the description.
+        const char *at = cursor_.get();
+        bool emptyCreator;
+        if (numHosts_ > 0) {
+            emptyCreator = at[0] == ' ';
+        } else {
+            // After the header the cursor still stands on the separator.
+            emptyCreator = at[0] == ' ' && at[1] == ' ';
+            if (emptyCreator)
+                cursor_.advance(1);
+        }
+        int creatorConsumed = 0;
+        if (emptyCreator) {
+            ent_->creator[0] = '\0';
+        } else {
+            Scan creator(cursor_.get());
+            creator.word(ent_->creator, kCreatorSize);
+            if (creator.count() != 1)
+                return malformed(6113, cursor_.get());
+            creatorConsumed = creator.consumed();
+        }
+        if (!(version_ > kVersionWithDescription))
+            return ReadStatus::Complete;
+        cursor_.advance(creatorConsumed + 1);
+        return ReadStatus::More;
+    }
+
+    ReadStatus readDescription()
+    {
+        rsv::CPtr<char> scratch(static_cast<char *>(rsv::allocRecord(1, cursor_.left() + 1, kReader)));
+        if (!scratch)
+            return noMemory();
+        const int quoted = stripQStr(cursor_.get(), scratch.get());
+        if (quoted < 0)
+            return ReadStatus::Partial;
+        // An empty description reads back as none, as RsvTimeTbl_addEntry
+        // stores it, so the restored entry equals the one written.
+        if (scratch.get()[0] != '\0') {
+            ent_->description = rsv::dupText(scratch.get());
+            if (!ent_->description)
+                return noMemory();
+        }
+        cursor_.advance(quoted + 1);
+        return ReadStatus::More;
+    }
+
+    // "count" and count groups of eight day numbers.
+    ReadStatus readDurations()
+    {
+        int numDurations = 0;
+        Scan count(cursor_.get());
+        count.integer(&numDurations);
+        if (count.count() != 1)
+            return malformed(6113, cursor_.get());
+        lastConsumed_ = count.consumed();
+        if (numDurations <= 0)
+            return ReadStatus::More;
+        ent_->disabledDurations = listCreate("disabledDurations");
+        if (!ent_->disabledDurations) {
+            logAllocFailure(kReader, "listCreate");
+            return ReadStatus::Failed;
+        }
+        for (int i = 0; i < numDurations; ++i) {
+            cursor_.advance(lastConsumed_ + 1);
+            rsv::CPtr<RsvDisableDuration> dd(
+                static_cast<RsvDisableDuration *>(rsv::allocRecord(1, sizeof(RsvDisableDuration), kReader)));
+            if (!dd) {
+                logAllocFailure(kReader, "calloc");
+                return ReadStatus::Failed;
+            }
+            Scan days(cursor_.get());
+            days.integer(&dd->firstDay.mday)
+                .integer(&dd->firstDay.wday)
+                .integer(&dd->firstDay.mon)
+                .integer(&dd->firstDay.year)
+                .integer(&dd->lastDay.mday)
+                .integer(&dd->lastDay.wday)
+                .integer(&dd->lastDay.mon)
+                .integer(&dd->lastDay.year);
+            if (days.count() != 8)
+                return malformed(6113, cursor_.get());
+            if (listInsertEntryAtBack(ent_->disabledDurations, &dd->links) < 0) {
+                logAllocFailure(kReader, "listInsertEntryAtBack");
+                return ReadStatus::Failed;
+            }
+            dd.release();
+            lastConsumed_ = days.consumed();
+        }
+        return ReadStatus::More;
+    }
+
+    ReadStatus readActiveTime()
+    {
+        cursor_.advance(lastConsumed_ + 1);
+        int activeTime = 0;
+        Scan active(cursor_.get());
+        active.integer(&activeTime);
+        if (active.count() != 1)
+            return malformed(6113, cursor_.get());
+        ent_->activeTime = static_cast<time_t>(activeTime);
+        return ReadStatus::Complete;
+    }
+
+    const char *text_;
+    RsvEnt *ent_;
+    Cursor cursor_;
+    int numHosts_ = 0;
+    double version_ = 0;
+    int lastConsumed_ = 0;
+};
+
 } // namespace
 
 namespace rsv {
@@ -473,252 +722,21 @@ char *RsvEnt_ToString(const RsvEnt *ent)
  * catalogue number) or when memory runs out (qob_errno 55). */
 RsvEnt *RsvEnt_newByString(const char *text)
 {
-    static constexpr const char *kFunc = "RsvEnt_newByString";
     RsvEnt *ent = RsvEnt_new(0, "", "");
     if (!ent) {
-        logAllocFailure(kFunc, "calloc");
+        logAllocFailure(kReader, "calloc");
         qob_errno = RSV_ERR_NO_MEMORY;
         return nullptr;
     }
-    if (!text)
-        text = "";
-
-    enum class Status { Failed, Complete, Partial };
-    Status status = Status::Failed;
-
-    // Reads the record; returns on the first failure with status Failed.
-    auto read = [&]() {
-        char version[kVersionWordSize];
-        char rsvIdWord[kIdWordSize];
-        char nameWord[kNameWordSize];
-        char windowWord[kTimeWindowWordSize];
-        int createTime = 0;
-        int numHosts = 0;
-        int auxValue = 0;
-
-        Scan header(text);
-        header.word(version, sizeof version)
-            .integer(&createTime)
-            .integer(&ent->options)
-            .word(rsvIdWord, sizeof rsvIdWord)
-            .word(nameWord, sizeof nameWord)
-            .word(windowWord, sizeof windowWord)
-            .integer(&numHosts)
-            .integer(&auxValue);
-        int consumed = header.consumed();
-        if (header.count() == 7) {
-            kx_syslog(KX_LOG_WARNING,
-                      kx_catgets(kx_catd, rsv::kCatSetRsv, 6116,
-                                 "%s: the reservation string <%s> has the old format"),
-                      kFunc, text);
-            Scan old(text);
-            old.word(version, sizeof version)
-                .integer(&createTime)
-                .integer(&ent->options)
-                .word(rsvIdWord, sizeof rsvIdWord)
-                .word(nameWord, sizeof nameWord)
-                .word(windowWord, sizeof windowWord)
-                .integer(&numHosts);
-            if (old.count() != 7) {
-                logWrongFormat(6110, text);
-                return;
-            }
-            consumed = old.consumed();
-            auxValue = 0;
-        } else if (header.count() != 8) {
-            logWrongFormat(6111, text);
-            return;
-        }
-        if (numHosts < 0) {
-            logWrongFormat(6111, text);
-            return;
-        }
-
-        std::free(ent->name);
-        ent->name = nullptr;
-        std::free(ent->timeWindow);
-        ent->timeWindow = nullptr;
-        ent->createTime = static_cast<time_t>(createTime);
-        ent->auxValue = auxValue;
-        ent->rsvId = rsv::dupText(rsvIdWord);
-        ent->name = rsv::dupText(nameWord);
-        ent->timeWindow = rsv::dupText(windowWord);
-        if (!ent->rsvId || !ent->name || !ent->timeWindow) {
-            logAllocFailure(kFunc, "calloc");
-            qob_errno = RSV_ERR_NO_MEMORY;
-            return;
-        }
-        ent->duration = RsvTimeWindow_toDuration(ent->timeWindow);
-
-        Cursor cursor(text);
-        cursor.advance(consumed);
-
-        // Every host takes at least three characters of text, so no more
-        // elements are needed than the rest of the record can hold; this
-        // keeps an absurd host count from asking for an absurd block.
-        const int hostRoom = static_cast<int>(std::min<size_t>(cursor.left() / 3 + 1, INT_MAX));
-        const int numElems = std::min(numHosts, hostRoom);
-        if (numElems > 0) {
-            ent->allocVector = static_cast<AllocElem *>(rsv::allocRecord(numElems, sizeof(AllocElem), kFunc));
-            if (!ent->allocVector) {
-                logAllocFailure(kFunc, "calloc");
-                qob_errno = RSV_ERR_NO_MEMORY;
-                return;
-            }
-        }
-        // Until every host is read, numHosts counts the elements allocated,
-        // which is what a destroy of the half-built entry walks.
-        ent->numHosts = numElems;
-        for (int i = 0; i < numHosts; ++i) {
-            char hostWord[kHostWordSize];
-            int slots = 0;
-            Scan host(cursor.get());
-            host.word(hostWord, sizeof hostWord).integer(&slots);
-            if (host.count() != 2 || i >= numElems || slots < 0) {
-                logWrongFormat(6112, cursor.get());
-                return;
-            }
-            AllocElem &elem = ent->allocVector[i];
-            elem.hostName = miscFuncs.officialHostName ? miscFuncs.officialHostName(hostWord) : nullptr;
-            if (!elem.hostName)
-                elem.hostName = rsv::dupText(hostWord);
-            if (!elem.hostName) {
-                logAllocFailure(kFunc, "calloc");
-                qob_errno = RSV_ERR_NO_MEMORY;
-                return;
-            }
-            elem.numSlots = slots;
-            cursor.advance(host.consumed() + 1);
-        }
-        ent->numHosts = numHosts;
-
-        const double v = std::atof(version);
-        if (!(v > kVersionWithCreator)) {
-            status = Status::Complete;
-            return;
-        }
-        // An entry made by RsvTimeTbl_addEntry has an empty creator, which the
-        // writer leaves as two blanks ahead of the description. Taking the
-        // next word as the creator would swallow the description, so a blank
-        // where the creator should start means "no creator" and the cursor
-        // stays for the description.
-        const char *at = cursor.get();
-        bool emptyCreator;
-        if (numHosts > 0) {
-            emptyCreator = at[0] == ' ';
-        } else {
-            // After the header the cursor still stands on the separator.
-            emptyCreator = at[0] == ' ' && at[1] == ' ';
-            if (emptyCreator)
-                cursor.advance(1);
-        }
-        int creatorConsumed = 0;
-        if (emptyCreator) {
-            ent->creator[0] = '\0';
-        } else {
-            Scan creator(cursor.get());
-            creator.word(ent->creator, kCreatorSize);
-            if (creator.count() != 1) {
-                logWrongFormat(6113, cursor.get());
-                return;
-            }
-            creatorConsumed = creator.consumed();
-        }
-        if (!(v > kVersionWithDescription)) {
-            status = Status::Complete;
-            return;
-        }
-
-        cursor.advance(creatorConsumed + 1);
-        const size_t rest = cursor.left();
-        rsv::CPtr<char> scratch(static_cast<char *>(rsv::allocRecord(1, rest + 1, kFunc)));
-        if (!scratch) {
-            logAllocFailure(kFunc, "calloc");
-            qob_errno = RSV_ERR_NO_MEMORY;
-            return;
-        }
-        const int quoted = stripQStr(cursor.get(), scratch.get());
-        if (quoted < 0) {
-            status = Status::Partial;
-            return;
-        }
-        // An empty description reads back as none, as RsvTimeTbl_addEntry
-        // stores it, so the restored entry equals the one written.
-        if (scratch.get()[0] != '\0') {
-            ent->description = rsv::dupText(scratch.get());
-            if (!ent->description) {
-                logAllocFailure(kFunc, "calloc");
-                qob_errno = RSV_ERR_NO_MEMORY;
-                return;
-            }
-        }
-        scratch.reset();
-        cursor.advance(quoted + 1);
-
-        int numDurations = 0;
-        Scan count(cursor.get());
-        count.integer(&numDurations);
-        if (count.count() != 1) {
-            logWrongFormat(6113, cursor.get());
-            return;
-        }
-        int lastConsumed = count.consumed();
-        if (numDurations > 0) {
-            ent->disabledDurations = listCreate("disabledDurations");
-            if (!ent->disabledDurations) {
-                logAllocFailure(kFunc, "listCreate");
-                return;
-            }
-            for (int i = 0; i < numDurations; ++i) {
-                cursor.advance(lastConsumed + 1);
-                rsv::CPtr<RsvDisableDuration> dd(
-                    static_cast<RsvDisableDuration *>(rsv::allocRecord(1, sizeof(RsvDisableDuration), kFunc)));
-                if (!dd) {
-                    logAllocFailure(kFunc, "calloc");
-                    return;
-                }
-                Scan days(cursor.get());
-                days.integer(&dd->firstDay.mday)
-                    .integer(&dd->firstDay.wday)
-                    .integer(&dd->firstDay.mon)
-                    .integer(&dd->firstDay.year)
-                    .integer(&dd->lastDay.mday)
-                    .integer(&dd->lastDay.wday)
-                    .integer(&dd->lastDay.mon)
-                    .integer(&dd->lastDay.year);
-                if (days.count() != 8) {
-                    logWrongFormat(6113, cursor.get());
-                    return;
-                }
-                if (listInsertEntryAtBack(ent->disabledDurations, &dd->links) < 0) {
-                    logAllocFailure(kFunc, "listInsertEntryAtBack");
-                    return;
-                }
-                dd.release();
-                lastConsumed = days.consumed();
-            }
-        }
-
-        cursor.advance(lastConsumed + 1);
-        int activeTime = 0;
-        Scan active(cursor.get());
-        active.integer(&activeTime);
-        if (active.count() != 1) {
-            logWrongFormat(6113, cursor.get());
-            return;
-        }
-        ent->activeTime = static_cast<time_t>(activeTime);
-        status = Status::Complete;
-    };
-    read();
-
-    if (status == Status::Partial)
+    RecordReader reader(text ? text : "", ent);
+    const ReadStatus status = reader.read();
+    if (status == ReadStatus::Partial)
         kx_syslog(KX_LOG_WARNING,
                   kx_catgets(kx_catd, rsv::kCatSetRsv, 6117,
                              "%s: missing data for reservation <%s>, initializing the reservation with the "
                              "available data"),
-                  kFunc, orEmpty(ent->rsvId));
-    if (status == Status::Failed) {
+                  kReader, orEmpty(ent->rsvId));
+    if (status == ReadStatus::Failed) {
         RsvEnt_destroy(ent);
         std::free(ent);
         return nullptr;

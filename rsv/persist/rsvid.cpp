@@ -57,6 +57,64 @@ bool parseIdRecord(const char *line, char *owner, int *number)
     return std::sscanf(line + consumed, "%d", number) == 1;
 }
 
+// The owner's reservations in a table: the numbers of its own identifiers
+// (up to the limit) and how many other owners' identifiers carry its word.
+struct OwnerCount {
+    rsv::CPtr<int> used;
+    int own = 0;
+    int other = 0;
+};
+
+void countOwner(RsvTimeTbl *tbl, const char *owner, int max, OwnerCount &count)
+{
+    HashIter iter;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+        const RsvEnt *ent = static_cast<const RsvEnt *>(he->value);
+        if (!ent || !ent->rsvId)
+            continue;
+        if (rsv::logOn(LC_RSV))
+            kx_syslog(KX_LOG_DETAIL, "%s: tbl:- rsvId: <%s>", "RsvId_new", ent->rsvId);
+        const char *hash = std::strchr(ent->rsvId, '#');
+        if (ent->name && std::strcmp(ent->name, owner) == 0) {
+            if (hash)
+                count.used.get()[count.own] = std::atoi(hash + 1);
+            if (++count.own == max)
+                break;
+        } else if (hash && std::strncmp(ent->rsvId, owner, static_cast<size_t>(hash - ent->rsvId)) == 0) {
+            // Other owners' reservations numbered under this owner's word (the
+            // system reservations when the word is "system") widen the range.
+            ++count.other;
+        }
+    }
+}
+
+// Walk the candidate `next` forward until count.own consecutive comparisons
+// find no clash. The table itself is consulted only in the first two steps
+// after each clash; identifiers already handed out depend on this exact
+// search.
+int firstFreeNumber(RsvTimeTbl *tbl, const char *owner, int next, int max, const OwnerCount &count)
+{
+    const int range = max + count.other;
+    const int *used = count.used.get();
+    char probe[kIdBufSize];
+    for (int i = 0, j = 0; i < count.own;) {
+        bool clash = false;
+        if (count.other > 0 && i < 2) {
+            std::snprintf(probe, sizeof probe, "%s#%d", owner, next);
+            clash = h_getEnt_(&tbl->entries, probe) != nullptr || used[j] == next;
+        } else {
+            clash = used[j] == next;
+        }
+        if (clash) {
+            next = (next + 1) % range;
+            i = 0;
+        }
+        j = (j + 1) % count.own;
+        ++i;
+    }
+    return next;
+}
+
 } // namespace
 
 extern "C" {
@@ -75,8 +133,9 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
         return nullptr;
 
     const int max = rsv::RsvId_maxPerOwner();
-    rsv::CPtr<int> used(static_cast<int *>(rsv::allocRecord(max, sizeof(int), __func__)));
-    if (!used)
+    OwnerCount count;
+    count.used.reset(static_cast<int *>(rsv::allocRecord(max, sizeof(int), __func__)));
+    if (!count.used)
         return nullptr;
     if (rsv::logOn(LC_RSV))
         kx_syslog(KX_LOG_DEBUG,
@@ -92,29 +151,8 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
     if (next < 0)
         next = 0;
 
-    int nOwn = 0;
-    int nOther = 0;
-    HashIter iter;
-    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
-        const RsvEnt *ent = static_cast<const RsvEnt *>(he->value);
-        if (!ent || !ent->rsvId)
-            continue;
-        if (rsv::logOn(LC_RSV))
-            kx_syslog(KX_LOG_DETAIL, "%s: tbl:- rsvId: <%s>", __func__, ent->rsvId);
-        const char *hash = std::strchr(ent->rsvId, '#');
-        if (ent->name && std::strcmp(ent->name, req->name) == 0) {
-            if (hash)
-                used.get()[nOwn] = std::atoi(hash + 1);
-            if (++nOwn == max)
-                break;
-        } else if (hash && std::strncmp(ent->rsvId, req->name, static_cast<size_t>(hash - ent->rsvId)) == 0) {
-            // Other owners' reservations numbered under this owner's word (the
-            // system reservations when the word is "system") widen the range.
-            ++nOther;
-        }
-    }
-
-    if (nOwn == max) {
+    countOwner(tbl, req->name, max, count);
+    if (count.own == max) {
         kx_syslog(KX_LOG_ERR,
                   kx_catgets(kx_catd, rsv::kCatSetRsv, 6104,
                              "%s: Too many reservations for <%s> in the system; can't accept any new "
@@ -122,30 +160,7 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
                   __func__, req->name);
         return nullptr;
     }
-
-    // Walk the candidate forward until nOwn consecutive comparisons find no
-    // clash. The table itself is consulted only in the first two steps after
-    // each clash; identifiers already handed out depend on this exact search.
-    const int range = max + nOther;
-    char probe[kIdBufSize];
-    for (int i = 0, j = 0; i < nOwn;) {
-        bool clash = false;
-        if (nOther > 0 && i < 2) {
-            std::snprintf(probe, sizeof probe, "%s#%d", req->name, next);
-            clash = h_getEnt_(&tbl->entries, probe) != nullptr;
-            if (!clash && used.get()[j] == next)
-                clash = true;
-        } else if (used.get()[j] == next) {
-            clash = true;
-        }
-        if (clash) {
-            next = (next + 1) % range;
-            i = 0;
-        }
-        j = (j + 1) % nOwn;
-        ++i;
-    }
-
+    next = firstFreeNumber(tbl, req->name, next, max, count);
     counter->value = toValue(next);
 
     if (req->options & RSV_OPT_NAME_ONLY)

@@ -32,6 +32,15 @@ private:
     bool hadTable_ = false;
 };
 
+// The counter of `owner`: true with *value set when the owner has one.
+// Reads only; allocates nothing.
+bool RsvId_counter(const char *owner, int *value) noexcept;
+
+// The per-owner limit of identifiers: the daemon's maxRsvPerOwner when it
+// lies in 1..10000, else 100. Counters run from 0 to one below it and then
+// start again at 0.
+int RsvId_perOwnerLimit() noexcept;
+
 // The id file's text, byte for byte what RsvTimeTbl_logId writes. False
 // when memory runs out (std::bad_alloc is caught by the caller).
 bool RsvId_appendFileText(std::string &out);

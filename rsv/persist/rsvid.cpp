@@ -74,9 +74,7 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
     if (!ids)
         return nullptr;
 
-    int max = miscFuncs.maxRsvPerOwner ? miscFuncs.maxRsvPerOwner() : kDefaultMaxPerOwner;
-    if (max < 1 || max > kMaxPerOwnerLimit)
-        max = kDefaultMaxPerOwner;
+    const int max = rsv::RsvId_perOwnerLimit();
     rsv::CPtr<int> used(static_cast<int *>(rsv::allocRecord(max, sizeof(int), __func__)));
     if (!used)
         return nullptr;
@@ -325,6 +323,22 @@ void IdCounters::restore() noexcept
             h_delEnt_(rsvIdTbl, he);
         }
     }
+}
+
+bool RsvId_counter(const char *owner, int *value) noexcept
+{
+    HashEnt *he = rsvIdTbl && owner ? h_getEnt_(rsvIdTbl, owner) : nullptr;
+    if (!he)
+        return false;
+    if (value)
+        *value = fromValue(he->value);
+    return true;
+}
+
+int RsvId_perOwnerLimit() noexcept
+{
+    const int max = miscFuncs.maxRsvPerOwner ? miscFuncs.maxRsvPerOwner() : kDefaultMaxPerOwner;
+    return max < 1 || max > kMaxPerOwnerLimit ? kDefaultMaxPerOwner : max;
 }
 
 bool RsvId_appendFileText(std::string &out)

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -239,20 +240,12 @@ inline const char *orEmpty(const char *s) { return s ? s : ""; }
 
 inline bool isNamedElement(const AllocElem &elem) { return elem.hostName && elem.hostName[0] != '\0'; }
 
-} // namespace
+constexpr const char *kToString = "RsvEnt_ToString";
 
-extern "C" {
-
-/* The record text of `ent` in the current format, without a line end. The
- * caller frees it. NULL when memory runs out (the failure is logged; a
- * failed description scratch also sets qob_errno to 55); the entry is never
- * changed. */
-char *RsvEnt_ToString(const RsvEnt *ent)
+// The record text of `ent` (not NULL); see RsvEnt_ToString. Throws
+// std::bad_alloc when a piece cannot be built.
+char *recordText(const RsvEnt *ent)
 {
-    if (rsv::logOn(LC_RSV | LC_TRACE))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", __func__);
-    if (!ent)
-        return nullptr;
     const char *name = orEmpty(ent->name);
     const char *rsvId = orEmpty(ent->rsvId);
 
@@ -305,9 +298,9 @@ char *RsvEnt_ToString(const RsvEnt *ent)
     if (!sbuf.reserve(descNeed, descNeed, 6109))
         return nullptr;
     if (description) {
-        rsv::CPtr<char> scratch(static_cast<char *>(rsv::allocRecord(1, static_cast<size_t>(descNeed), __func__)));
+        rsv::CPtr<char> scratch(static_cast<char *>(rsv::allocRecord(1, static_cast<size_t>(descNeed), kToString)));
         if (!scratch) {
-            logAllocFailure(__func__, "calloc");
+            logAllocFailure(kToString, "calloc");
             qob_errno = RSV_ERR_NO_MEMORY;
             return nullptr;
         }
@@ -360,6 +353,31 @@ char *RsvEnt_ToString(const RsvEnt *ent)
         return nullptr;
     sbuf.append(active.str());
     return sbuf.release();
+}
+
+} // namespace
+
+extern "C" {
+
+/* The record text of `ent` in the current format, without a line end. The
+ * caller frees it. NULL when memory runs out (the failure is logged; a
+ * failed description scratch also sets qob_errno to 55); the entry is never
+ * changed. */
+char *RsvEnt_ToString(const RsvEnt *ent)
+{
+    if (rsv::logOn(LC_RSV | LC_TRACE))
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", __func__);
+    if (!ent)
+        return nullptr;
+    try {
+        return recordText(ent);
+    } catch (const std::bad_alloc &) {
+        // A piece of the record could not be built: the buffer is released
+        // on the way out, as for any other shortage.
+        rsv::noteAllocationFailure();
+        logAllocFailure(__func__, "malloc");
+        return nullptr;
+    }
 }
 
 /* A new entry rebuilt from the record `text` (any version), which the caller

@@ -50,6 +50,11 @@ bool RsvId_appendFileText(std::string &out);
 // cannot be built (out of memory).
 bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip);
 
+// The default rewrite of a change's files with a state text built before
+// the change was kept: the state file rewritten in place one flushed line at
+// a time, then the id file, as RsvTimeTbl_logStat does. Allocates nothing.
+void RsvTimeTbl_writeStateText(RsvTimeTbl *tbl, const std::string &text) noexcept;
+
 // Write the id file and then the state file of `tbl` durably (temporary
 // file, fsync, rename, directory fsync), leaving out the entries of `skip`.
 // RSV_OK; RSV_ERR_NO_MEMORY (nothing written); RSV_ERR_BAD_ARGUMENT (no

@@ -514,6 +514,32 @@ TableFingerprint fingerprint(RsvTimeTbl *tbl)
     return fp;
 }
 
+std::string stateFileText(RsvTimeTbl *tbl)
+{
+    std::string out;
+    HashIter it;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &it); he; he = h_nextEnt_(&it)) {
+        if (std::strchr(he->key, '@'))
+            continue;
+        char *record = RsvEnt_ToString(static_cast<const RsvEnt *>(he->value));
+        out += record ? record : "<no record>";
+        out += "\n";
+        std::free(record);
+    }
+    return out;
+}
+
+std::string idFileText()
+{
+    std::string out = RSV_FORMAT_VERSION "\n" + std::to_string(h_numEnts_(rsvIdTbl)) + "\n";
+    HashIter it;
+    if (rsvIdTbl)
+        for (HashEnt *he = h_firstEnt_(rsvIdTbl, &it); he; he = h_nextEnt_(&it))
+            out += std::string(he->key) + " " +
+                   std::to_string(static_cast<int>(reinterpret_cast<intptr_t>(he->value))) + " \n ";
+    return out;
+}
+
 ::testing::AssertionResult sameFingerprint(const TableFingerprint &before, const TableFingerprint &after)
 {
     if (before.numEntries != after.numEntries)

@@ -195,6 +195,10 @@ struct TableFingerprint {
     int numEntries = 0;
 };
 TableFingerprint fingerprint(RsvTimeTbl *tbl);
+// The state file the table would write now (every entry whose key has no
+// '@', in table order, one record a line) and the id file of the counters.
+std::string stateFileText(RsvTimeTbl *tbl);
+std::string idFileText();
 // Equal fingerprints; a failure names the part that differs.
 ::testing::AssertionResult sameFingerprint(const TableFingerprint &before, const TableFingerprint &after);
 

@@ -21,7 +21,9 @@ using namespace rsvtest;
 
 // ------------------------------------------------------------ C++ allocation
 // While armed, operator new lets `newAllowed` allocations through and throws
-// std::bad_alloc for every later one, like FakeDaemon::failAfter.
+// std::bad_alloc for every later one (the nothrow forms give NULL), like
+// FakeDaemon::failAfter. Every form is replaced, so that each block is
+// released by the allocator that made it.
 
 namespace {
 bool newArmed = false;
@@ -42,12 +44,51 @@ long newAllowed = 0;
     throw std::bad_alloc();
 }
 
+[[gnu::noinline]] void *operator new(std::size_t size, const std::nothrow_t &) noexcept
+{
+    try {
+        return ::operator new(size);
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
+[[gnu::noinline]] void *operator new[](std::size_t size)
+{
+    return ::operator new(size);
+}
+
+[[gnu::noinline]] void *operator new[](std::size_t size, const std::nothrow_t &tag) noexcept
+{
+    return ::operator new(size, tag);
+}
+
 [[gnu::noinline]] void operator delete(void *p) noexcept
 {
     std::free(p);
 }
 
 [[gnu::noinline]] void operator delete(void *p, std::size_t) noexcept
+{
+    std::free(p);
+}
+
+[[gnu::noinline]] void operator delete(void *p, const std::nothrow_t &) noexcept
+{
+    std::free(p);
+}
+
+[[gnu::noinline]] void operator delete[](void *p) noexcept
+{
+    std::free(p);
+}
+
+[[gnu::noinline]] void operator delete[](void *p, std::size_t) noexcept
+{
+    std::free(p);
+}
+
+[[gnu::noinline]] void operator delete[](void *p, const std::nothrow_t &) noexcept
 {
     std::free(p);
 }

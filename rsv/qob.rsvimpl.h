@@ -604,8 +604,9 @@ typedef void (*RsvVerifyProblem)(void *context, const char *problem);
  * table's entries from scratch; the recurring index matches the entries;
  * every entry is stored under its own identifier and has a planner list for
  * each of its hosts; and for every entry "word#n" the counter of its owner
- * (the entry's name) exists and is at least n, unless it lies more than half
- * the per-owner limit below n (the numbers wrapped around).
+ * (the entry's name) exists and, until the owner's numbers have gone round
+ * the per-owner limit, is at least n. A name-only entry keeps the identifier
+ * the daemon gave it and has no such check.
  * Each problem is passed to `report` (may be NULL). Returns the number of
  * problems (0: consistent), or -1 for a NULL table or when memory runs out
  * (qob_errno RSV_ERR_NO_MEMORY). Changes nothing, writes nothing. */

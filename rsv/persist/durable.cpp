@@ -77,9 +77,8 @@ bool writeTemporary(const char *file, const std::string &tmp, std::string_view t
     return ok;
 }
 
-bool syncDirectory(const char *file, Failure &f)
+bool syncDirectory(const char *file, const std::string &dir, Failure &f)
 {
-    const std::string dir = directoryOf(file);
     const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0)
         return fail(f, file, "open directory");
@@ -88,10 +87,12 @@ bool syncDirectory(const char *file, Failure &f)
     return ok;
 }
 
-// The two files of a save, in writing order.
+// The two files of a save, in writing order. Every text is made before the
+// first file is touched, so that running out of memory writes nothing.
 struct Target {
     const char *file;
     std::string tmp;
+    std::string dir;
     std::string text;
 };
 
@@ -124,6 +125,8 @@ int RsvTimeTbl_saveDurably(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *s
         if (!RsvTimeTbl_appendStateText(tbl, targets[count].text, skip))
             return RSV_ERR_NO_MEMORY;
         targets[count++].tmp = std::string(tbl->stateFile) + kTmpSuffix;
+        for (int i = 0; i < count; ++i)
+            targets[i].dir = directoryOf(targets[i].file);
     } catch (const std::bad_alloc &) {
         noteAllocationFailure();
         return RSV_ERR_NO_MEMORY;
@@ -152,9 +155,9 @@ int RsvTimeTbl_saveDurably(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *s
         *replaced = true;
     // The directory of each replaced file, once.
     for (int i = 0; ok && i < count; ++i) {
-        if (i > 0 && directoryOf(targets[i].file) == directoryOf(targets[0].file))
+        if (i > 0 && targets[i].dir == targets[0].dir)
             continue;
-        ok = syncDirectory(targets[i].file, f);
+        ok = syncDirectory(targets[i].file, targets[i].dir, f);
     }
 
     if (ok) {

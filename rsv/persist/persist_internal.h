@@ -36,9 +36,19 @@ private:
     bool hadTable_ = false;
 };
 
-// The per-owner limit RsvId_new works with (100 unless the daemon's service
-// gives 1..10000).
-int RsvId_maxPerOwner() noexcept;
+// The counter of `owner`: true with *value set when the owner has one.
+// Reads only; allocates nothing.
+bool RsvId_counter(const char *owner, int *value) noexcept;
+
+// Whether the numbers of `owner` have gone round the per-owner limit (a
+// number handed out or restored below the counter) since the counters were
+// last cleared.
+bool RsvId_hasWrapped(const char *owner) noexcept;
+
+// The per-owner limit of identifiers: the daemon's maxRsvPerOwner when it
+// lies in 1..10000, else 100. Counters run from 0 to one below it and then
+// start again at 0.
+int RsvId_perOwnerLimit() noexcept;
 
 // The id file's text, byte for byte what RsvTimeTbl_logId writes. False
 // when memory runs out (std::bad_alloc is caught by the caller).
@@ -52,6 +62,11 @@ void RsvEnt_appendRecord(const RsvEnt *ent, std::string &out);
 // leaving out the entries of `skip` (may be NULL). False when a record
 // cannot be built (out of memory).
 bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip);
+
+// The default rewrite of a change's files with a state text built before
+// the change was kept: the state file rewritten in place one flushed line at
+// a time, then the id file, as RsvTimeTbl_logStat does. Allocates nothing.
+void RsvTimeTbl_writeStateText(RsvTimeTbl *tbl, const std::string &text) noexcept;
 
 // Write the id file and then the state file of `tbl` durably (temporary
 // file, fsync, rename, directory fsync), leaving out the entries of `skip`.

@@ -706,6 +706,9 @@ char *RsvEnt_ToString(const RsvEnt *ent)
         if (!writeRecord(ent, sink))
             return nullptr;
     } catch (const std::bad_alloc &) {
+        // A piece of the record could not be built: the buffer is released
+        // on the way out, as for any other shortage.
+        rsv::noteAllocationFailure();
         logAllocFailure(__func__, "calloc");
         qob_errno = RSV_ERR_NO_MEMORY;
         return nullptr;

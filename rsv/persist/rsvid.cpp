@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -29,6 +30,26 @@ constexpr size_t kOwnerWordSize = 1024;
 
 inline void *toValue(int n) { return reinterpret_cast<void *>(static_cast<intptr_t>(n)); }
 inline int fromValue(const void *v) { return static_cast<int>(reinterpret_cast<intptr_t>(v)); }
+
+// Owners whose numbers have gone round the per-owner limit (or were
+// restored out of order) since the counters were last cleared: for them a
+// counter below some of their numbers is expected. Never destroyed, so that
+// a table freed at exit still finds it.
+std::unordered_set<std::string> &wrappedOwners()
+{
+    static auto *owners = new std::unordered_set<std::string>;
+    return *owners;
+}
+
+void noteWrapped(const char *owner)
+{
+    try {
+        wrappedOwners().insert(owner);
+    } catch (...) {
+        // Only the table check reads it; it then names a counter it could
+        // have let pass.
+    }
+}
 
 // The counter table, created on first use. NULL only when memory runs out.
 HashTab *idTbl(const char *caller)
@@ -132,7 +153,7 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
     if (!ids)
         return nullptr;
 
-    const int max = rsv::RsvId_maxPerOwner();
+    const int max = rsv::RsvId_perOwnerLimit();
     OwnerCount count;
     count.used.reset(static_cast<int *>(rsv::allocRecord(max, sizeof(int), __func__)));
     if (!count.used)
@@ -161,6 +182,8 @@ char *RsvId_new(RsvTimeTbl *tbl, RsvReq *req)
         return nullptr;
     }
     next = firstFreeNumber(tbl, req->name, next, max, count);
+    if (!isNew && next < fromValue(counter->value))
+        noteWrapped(req->name);
     counter->value = toValue(next);
 
     if (req->options & RSV_OPT_NAME_ONLY)
@@ -186,8 +209,14 @@ void RsvId_setCur(const char *rsvId)
     HashTab *ids = idTbl(__func__);
     if (!ids)
         return;
-    if (HashEnt *he = h_addEnt_(ids, buf, nullptr))
-        he->value = toValue(std::atoi(hash + 1));
+    if (HashEnt *he = h_addEnt_(ids, buf, nullptr)) {
+        const int number = std::atoi(hash + 1);
+        // Restoring an older number after a newer one means the numbers went
+        // round the limit.
+        if (he->value && number < fromValue(he->value))
+            noteWrapped(buf);
+        he->value = toValue(number);
+    }
 }
 
 /* Load the owner counters from the id file `idFile`. A missing file leaves
@@ -266,6 +295,7 @@ void RsvTimeTbl_logId(RsvTimeTbl *tbl)
  * that needs it starts a new, empty one. For daemon reloads and tests. */
 void RsvId_clearTbl(void)
 {
+    wrappedOwners().clear();
     if (!rsvIdTbl)
         return;
     h_freeTab_(rsvIdTbl, nullptr);
@@ -354,7 +384,26 @@ void IdCounters::raiseToKept(int limit) noexcept
     }
 }
 
-int RsvId_maxPerOwner() noexcept
+bool RsvId_counter(const char *owner, int *value) noexcept
+{
+    HashEnt *he = rsvIdTbl && owner ? h_getEnt_(rsvIdTbl, owner) : nullptr;
+    if (!he)
+        return false;
+    if (value)
+        *value = fromValue(he->value);
+    return true;
+}
+
+bool RsvId_hasWrapped(const char *owner) noexcept
+{
+    try {
+        return owner && wrappedOwners().count(owner) != 0;
+    } catch (...) {
+        return true;
+    }
+}
+
+int RsvId_perOwnerLimit() noexcept
 {
     const int max = miscFuncs.maxRsvPerOwner ? miscFuncs.maxRsvPerOwner() : kDefaultMaxPerOwner;
     return max < 1 || max > kMaxPerOwnerLimit ? kDefaultMaxPerOwner : max;

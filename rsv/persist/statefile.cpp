@@ -107,7 +107,7 @@ int RsvTimeTbl_load(RsvTimeTbl *tbl, int *numRejected)
     // A read error keeps the lines read before it, as a partial load.
     const int restored = loadRecords(tbl, change, numRejected);
     if (keepFileCounters)
-        fileCounters.raiseToKept(rsv::RsvId_maxPerOwner());
+        fileCounters.raiseToKept(rsv::RsvId_perOwnerLimit());
     if (change.finish(false) != RSV_OK) {
         if (numRejected)
             *numRejected = 0;
@@ -196,6 +196,30 @@ int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
 } // namespace
 
 namespace rsv {
+
+void RsvTimeTbl_writeStateText(RsvTimeTbl *tbl, const std::string &text) noexcept
+{
+    // The same trace as RsvTimeTbl_logStat: to a daemon this is that rewrite.
+    if (rsv::logOn(LC_RSV | LC_TRACE))
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", "RsvTimeTbl_logStat");
+    const char *name = tbl->stateFile ? tbl->stateFile : "";
+    FilePtr fp(std::fopen(name, "w"));
+    if (!fp) {
+        kx_syslog(KX_LOG_ERR, kx_catgets(kx_catd, rsv::kCatSetRsv, 6105, "%s: failed to open %s for writing"),
+                  "RsvTimeTbl_logStat", name);
+        return;
+    }
+    // One flush per line, as RsvTimeTbl_logStat writes.
+    for (size_t from = 0; from < text.size();) {
+        size_t end = text.find('\n', from);
+        end = end == std::string::npos ? text.size() : end + 1;
+        std::fwrite(text.data() + from, 1, end - from, fp.get());
+        std::fflush(fp.get());
+        from = end;
+    }
+    fp.reset();
+    RsvTimeTbl_logId(tbl);
+}
 
 bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip)
 {

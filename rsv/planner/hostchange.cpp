@@ -4,6 +4,7 @@
 // hold exactly the entry's new slots.
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "planner_internal.h"
@@ -127,7 +128,20 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
     const int recurring = modReq->req.options & RSV_OPT_RECURRING;
 
     // Everything is planned and allocated before a planner is touched, so
-    // that running out of memory changes nothing.
+    // that running out of memory changes nothing. The work arrays come
+    // first: when they cannot be had there is nothing to release.
+    std::vector<int> slotsOffered;
+    std::vector<int> existingAt;
+    std::vector<int> bookedOn;
+    try {
+        slotsOffered.assign(static_cast<size_t>(n), 0);
+        existingAt.assign(static_cast<size_t>(n), -1);
+        bookedOn.assign(static_cast<size_t>(n), 0);
+    } catch (const std::bad_alloc &) {
+        rsv::noteAllocationFailure();
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return -1;
+    }
     rsv::CPtr<int> match;
     if (oldCount > 0) {
         match.reset(static_cast<int *>(rsv::allocRecord(oldCount, sizeof(int), fn)));
@@ -140,8 +154,6 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
 
     // Counting pass: which offers are existing hosts, how many are new, and
     // how many slots are offered up to the point where minNumProcs is met.
-    std::vector<int> slotsOffered(static_cast<size_t>(n));
-    std::vector<int> existingAt(static_cast<size_t>(n), -1);
     int visited = 0;
     int sum = 0;
     int newHosts = 0;
@@ -181,7 +193,6 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
     }
 
     // Booking plan: hosts in order, each as far as it can, until the target.
-    std::vector<int> bookedOn(static_cast<size_t>(n), 0);
     int k = 0;
     int booked = 0;
     if (n >= 1 && target >= 1) {

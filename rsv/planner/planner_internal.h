@@ -42,6 +42,22 @@ void noteRecurringChange();
 // Forget the index of `tbl` (the table is being freed). NULL is ignored.
 void dropRecurringIndex(const RsvTimeTbl *tbl);
 
+// The planner part of RsvTimeTbl_verify (verify.cpp): every cell of every
+// planner of `tbl` against a rebooking of its reservations from scratch into
+// the same weeks, and a planner list for every host a reservation holds.
+// Each problem is passed to `report` (may be NULL) as one line. Reads only.
+// Returns the number of problems, or -1 for a NULL table or when memory runs
+// out.
+int checkPlannerCells(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context) noexcept;
+
+// Compares the recurring index of `tbl` with a walk of its entries: for
+// every host, the shares that the index would give the next dated planner
+// must be the shares the walk gives. Each difference is passed to `report`
+// (may be NULL) as one line. Reads only: an index that is missing or out of
+// date is made again from the entries on its next use, so it is not looked
+// at. Returns the number of differences, or -1 when memory runs out.
+int checkRecurringIndex(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context) noexcept;
+
 // Tests only: with false, ResPlanner_addRecurs walks the table every time,
 // which is the reference the index must match; indexes are kept meanwhile.
 void setRecurringIndexEnabled(bool enabled);

@@ -2,6 +2,7 @@
 // a new dated planner starts with the recurring bookings of its host without
 // a walk over every reservation of the table (see planner_internal.h for why
 // the index always gives what the walk gives).
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "planner_internal.h"
@@ -42,10 +44,12 @@ struct TableIndex {
 using Indexes = std::unordered_map<const RsvTimeTbl *, std::unique_ptr<TableIndex>>;
 
 // Never destroyed, so that a table freed by a static object's destructor at
-// exit still finds it.
+// exit still finds it. Made in place: an empty map allocates nothing, so the
+// first use cannot throw (it may come from a call that frees a table).
 Indexes &indexes()
 {
-    static auto *all = new Indexes;
+    alignas(Indexes) static unsigned char storage[sizeof(Indexes)];
+    static Indexes *all = new (storage) Indexes;
     return *all;
 }
 
@@ -104,9 +108,124 @@ bool stillMatches(const Share &share, const char *hostName)
            std::strcmp(ent->allocVector[share.elem].hostName, hostName) == 0;
 }
 
+using HostShares = std::unordered_map<std::string, Shares, NameHash, std::equal_to<>>;
+
+// The index of `tbl` when the next use would take it as it is (extending it
+// at most); NULL when there is none or it would be made again.
+const TableIndex *indexInUse(const RsvTimeTbl *tbl)
+{
+    auto found = indexes().find(tbl);
+    if (found == indexes().end() || !found->second)
+        return nullptr;
+    const TableIndex *index = found->second.get();
+    if (!index->made || index->delStamp != tbl->entries.delStamp || index->generation != changeGeneration)
+        return nullptr;
+    return index;
+}
+
+// The shares of the entries up to the index's last one, as the walk finds
+// them now; `inTable` gets those entries. False when the last entry is not
+// in the table.
+bool walkToLastSeen(RsvTimeTbl *tbl, const TableIndex &index, HostShares &walked,
+                    std::unordered_set<const RsvEnt *> &inTable)
+{
+    if (!index.lastSeen)
+        return true;
+    for (HashEnt *he = h_nextEntAfter_(&tbl->entries, nullptr); he; he = h_nextEntAfter_(&tbl->entries, he)) {
+        auto *ent = static_cast<RsvEnt *>(he->value);
+        if (ent) {
+            inTable.insert(ent);
+            for (int i = 0; (ent->options & RSV_OPT_RECURRING) && ent->allocVector && i < ent->numHosts; ++i)
+                if (const char *host = ent->allocVector[i].hostName)
+                    walked[host].push_back({ent, i});
+        }
+        if (he == index.lastSeen)
+            return true;
+    }
+    return false;
+}
+
+void reportLine(RsvVerifyProblem report, void *context, const char *line)
+{
+    if (report)
+        report(context, line);
+}
+
+// One host: what the index would book against what the walk books. True
+// when they agree (or when the index would be dropped and the walk used).
+bool hostAgrees(const char *host, const Shares *indexed, const Shares *walked,
+                const std::unordered_set<const RsvEnt *> &inTable, RsvVerifyProblem report, void *context)
+{
+    char line[512];
+    Shares given;
+    for (size_t k = 0; indexed && k < indexed->size(); ++k) {
+        const Share &share = (*indexed)[k];
+        if (!inTable.count(share.ent)) {
+            std::snprintf(line, sizeof line, "recurring index: host <%s> holds a reservation no longer in the table",
+                          host);
+            reportLine(report, context, line);
+            return false;
+        }
+        if (!stillMatches(share, host))
+            return true; // the index is dropped on use and the walk books
+        if (share.ent->options & RSV_OPT_RECURRING)
+            given.push_back(share);
+    }
+    const size_t expected = walked ? walked->size() : 0;
+    for (size_t k = 0; k < given.size() || k < expected; ++k) {
+        const Share *a = k < given.size() ? &given[k] : nullptr;
+        const Share *b = k < expected ? &(*walked)[k] : nullptr;
+        if (a && b && a->ent == b->ent && a->elem == b->elem)
+            continue;
+        const Share *s = b ? b : a;
+        std::snprintf(line, sizeof line,
+                      "recurring index: host <%s> gets %zu recurring shares from the index, the reservations "
+                      "hold %zu (first difference: reservation <%s> element %d)",
+                      host, given.size(), expected, s->ent->rsvId ? s->ent->rsvId : "", s->elem);
+        reportLine(report, context, line);
+        return false;
+    }
+    return true;
+}
+
+int compareIndexWithWalk(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context)
+{
+    const TableIndex *index = indexInUse(tbl);
+    if (!index)
+        return 0;
+    HostShares walked;
+    std::unordered_set<const RsvEnt *> inTable;
+    if (!walkToLastSeen(tbl, *index, walked, inTable)) {
+        reportLine(report, context, "recurring index: its last entry taken in is no longer in the table");
+        return 1;
+    }
+    int problems = 0;
+    for (const auto &[host, shares] : index->byHost) {
+        auto w = walked.find(host);
+        if (!hostAgrees(host.c_str(), &shares, w == walked.end() ? nullptr : &w->second, inTable, report, context))
+            ++problems;
+    }
+    for (const auto &[host, shares] : walked)
+        if (index->byHost.find(host) == index->byHost.end() &&
+            !hostAgrees(host.c_str(), nullptr, &shares, inTable, report, context))
+            ++problems;
+    return problems;
+}
+
 } // namespace
 
 namespace rsv {
+
+int checkRecurringIndex(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context) noexcept
+{
+    if (!tbl)
+        return -1;
+    try {
+        return compareIndexWithWalk(tbl, report, context);
+    } catch (const std::bad_alloc &) {
+        return -1;
+    }
+}
 
 bool addRecursFromIndex(ResPlanner *planner, RsvTimeTbl *tbl, const char *hostName)
 {

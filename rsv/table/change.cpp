@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 #include <iterator>
+#include <new>
+#include <string>
 
 #include "planner/planner_internal.h"
 #include "rsv_internal.h"
@@ -229,6 +231,13 @@ int Change::finish(bool save) noexcept
         qob_errno = RSV_ERR_NO_MEMORY;
         return RSV_ERR_NO_MEMORY;
     }
+    // The default rewrite truncates the state file before its first line:
+    // its text is built while the change can still be undone, so that a
+    // shortage there cannot leave lines out of the file of a kept change.
+    std::string stateText;
+    const bool rewrite = save && !isDurable(tbl_);
+    if (!ranShort() && rewrite && !buildStateText(stateText))
+        noteAllocationFailure();
     if (ranShort()) {
         undo();
         qob_errno = RSV_ERR_NO_MEMORY;
@@ -268,9 +277,18 @@ int Change::finish(bool save) noexcept
     dropKept(false);
     added_.clear();
     finishRemovals();
-    if (save && !isDurable(tbl_))
-        RsvTimeTbl_logStat(tbl_);
+    if (rewrite)
+        RsvTimeTbl_writeStateText(tbl_, stateText);
     return RSV_OK;
+}
+
+bool Change::buildStateText(std::string &text) noexcept
+{
+    try {
+        return RsvTimeTbl_appendStateText(tbl_, text, &removing_);
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
 }
 
 } // namespace rsv

@@ -7,6 +7,7 @@
 #ifndef RSV_TABLE_CHANGE_H
 #define RSV_TABLE_CHANGE_H
 
+#include <string>
 #include <vector>
 
 #include "persist/persist_internal.h"
@@ -60,6 +61,8 @@ private:
         RsvEnt before;  // scalar fields, and deep copies of the owned ones
     };
     void dropKept(bool restore) noexcept;
+    // The state file's text once the change is kept. False: out of memory.
+    bool buildStateText(std::string &text) noexcept;
     void finishRemovals() noexcept;
 
     RsvTimeTbl *tbl_;

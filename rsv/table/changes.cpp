@@ -27,6 +27,17 @@ bool beginChange(rsv::Change &change, RsvEnt *ent)
     return false;
 }
 
+// The error of a change that failed: out of memory when any allocation of
+// the change failed on the way, whatever a step made of the shortage (a
+// window text that could not be copied reads as a malformed window, a
+// planner that could not be made as a host without free slots); else
+// `error`. Also stored in qob_errno.
+int changeError(const rsv::Change &change, int error)
+{
+    qob_errno = change.ranShort() ? RSV_ERR_NO_MEMORY : error;
+    return qob_errno;
+}
+
 } // namespace
 
 extern "C" {
@@ -64,15 +75,13 @@ int RsvTimeTbl_modifyTimeWindow(RsvTimeTbl *tbl, RsvModReq *modReq)
     trial.req.timeWindow = modText.release();
     int status = RsvMod_updateModReqTimeWindow(&trial, ent);
     rsv::CPtr<char> newWindow(trial.req.timeWindow);
-    if (status != RSV_OK) {
-        qob_errno = status;
-        return status;
-    }
+    if (status != RSV_OK)
+        return changeError(change, status);
 
     // A refused re-check has released some hosts; undoing the change books
     // them again exactly as they were.
     if (Rsv_chkupdRsv4NewTimeWindow(tbl, ent, newWindow.get(), 1) != 0)
-        return qob_errno;
+        return changeError(change, qob_errno);
 
     trial.req.options |= RSV_MOD_TIMEWINDOW;
     RsvEnt_updateWithMod(ent, &trial);
@@ -104,8 +113,10 @@ int RsvTimeTbl_addHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
     RsvModReq trial = *modReq;
     trial.req.timeWindow = ent->timeWindow;
     trial.req.options = (modReq->req.options & ~RSV_OPT_RECURRING) | (ent->options & RSV_OPT_RECURRING);
-    if (RsvTimeTbl_modEntrywithAddHosts(tbl, &trial) != 0)
+    if (RsvTimeTbl_modEntrywithAddHosts(tbl, &trial) != 0) {
+        changeError(change, qob_errno);
         return -1;
+    }
     return change.finish() == RSV_OK ? 0 : -1;
 }
 
@@ -121,8 +132,10 @@ int RsvTimeTbl_removeHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *hosts, i
     if (!beginChange(change, ent))
         return -1;
     int removed = RsvTimeTbl_modEntryWithRmHosts(tbl, modReq, hosts, rmFlags);
-    if (removed < 0)
+    if (removed < 0) {
+        changeError(change, qob_errno);
         return -1;
+    }
     return change.finish() == RSV_OK ? removed : -1;
 }
 
@@ -145,13 +158,16 @@ int RsvTimeTbl_disableDays(RsvTimeTbl *tbl, const char *rsvId, const char *dateT
     if (!beginChange(change, ent))
         return -1;
     RsvDisableDuration *rec = createRsvDisableDuration(dateText, 1);
-    if (!rec)
+    if (!rec) {
+        changeError(change, qob_errno);
         return -1;
+    }
     if (RsvTimeTbl_addDurationToDisabledList(tbl, ent, rec) != 0) {
         // A duration already covered is released by the list; any other
         // refusal leaves it with us.
         if (qob_errno != RSV_ERR_DURATION_EXISTS)
             free(rec);
+        changeError(change, qob_errno);
         return -1;
     }
     return change.finish() == RSV_OK ? 0 : -1;

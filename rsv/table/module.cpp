@@ -54,10 +54,12 @@ char *idFileNameOf(const char *stateFile)
 using SettingsMap = std::unordered_map<const RsvTimeTbl *, std::unique_ptr<rsv::TableSettings>>;
 
 // Never destroyed, so that a table freed by a static object's destructor at
-// exit still finds it.
+// exit still finds it. Made in place: an empty map allocates nothing, so the
+// first use cannot throw (it may come from a call that frees a table).
 SettingsMap &settingsMap()
 {
-    static auto *all = new SettingsMap;
+    alignas(SettingsMap) static unsigned char storage[sizeof(SettingsMap)];
+    static SettingsMap *all = new (storage) SettingsMap;
     return *all;
 }
 

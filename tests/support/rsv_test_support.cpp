@@ -1,5 +1,7 @@
 #include "rsv_test_support.h"
 
+#include "planner/planner_internal.h"
+
 #include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +10,8 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+
+extern "C" HashTab *rsvIdTbl;
 
 namespace rsvtest {
 
@@ -432,37 +436,127 @@ static ::testing::AssertionResult comparePlanners(const std::string &host, const
     return ::testing::AssertionSuccess();
 }
 
+static void collectLine(void *context, const char *line)
+{
+    static_cast<std::vector<std::string> *>(context)->push_back(line ? line : "");
+}
+
+static ::testing::AssertionResult fromProblems(int result, const std::vector<std::string> &lines)
+{
+    if (result == 0)
+        return ::testing::AssertionSuccess();
+    auto failure = ::testing::AssertionFailure();
+    if (result < 0)
+        failure << "the check could not run (result " << result << ", qob_errno " << qob_errno << ")";
+    else
+        failure << result << " problem(s):";
+    for (const std::string &line : lines)
+        failure << "\n  " << line;
+    return failure;
+}
+
 ::testing::AssertionResult plannersMatchRebooking(RsvTimeTbl *tbl)
 {
-    // A scratch table with the same weeks per host, all empty, then every
-    // reservation booked again exactly as the module books it.
-    RsvTimeTbl *fresh = RsvTimeTbl_new(nullptr);
+    std::vector<std::string> lines;
+    const int result = rsv::checkPlannerCells(tbl, &collectLine, &lines);
+    return fromProblems(result, lines);
+}
+
+std::vector<std::string> verifyProblems(RsvTimeTbl *tbl, int *result)
+{
+    std::vector<std::string> lines;
+    const int n = RsvTimeTbl_verify(tbl, &collectLine, &lines);
+    if (result)
+        *result = n;
+    return lines;
+}
+
+::testing::AssertionResult tableVerifies(RsvTimeTbl *tbl)
+{
+    int result = 0;
+    std::vector<std::string> lines = verifyProblems(tbl, &result);
+    return fromProblems(result, lines);
+}
+
+static std::string entryFingerprint(const RsvEnt *ent)
+{
+    std::ostringstream out;
+    char *record = RsvEnt_ToString(ent);
+    out << (record ? record : "<no record>");
+    std::free(record);
+    // What the record leaves out: state, readable instance, every element
+    // of the vector with its job counts.
+    out << " | state " << ent->state << " duration <" << (ent->timeDuration ? ent->timeDuration : "") << ">"
+        << " hosts " << ent->numHosts << (ent->allocVector ? "" : " (no vector)");
+    for (int i = 0; ent->allocVector && i < ent->numHosts; ++i) {
+        const AllocElem &el = ent->allocVector[i];
+        out << " [" << (el.hostName ? el.hostName : "<none>") << " " << el.numSlots << " " << el.extra1 << " "
+            << el.extra2 << "]";
+    }
+    return out.str();
+}
+
+TableFingerprint fingerprint(RsvTimeTbl *tbl)
+{
+    TableFingerprint fp;
     HashIter it;
-    for (HashEnt *he = h_firstEnt_(&tbl->plannerLists, &it); he; he = h_nextEnt_(&it)) {
-        List *real = static_cast<List *>(he->value);
-        List *list = RsvTimeTbl_getPlannerList(fresh, he->key);
-        for (ListEntry *e = real->forw; e != reinterpret_cast<ListEntry *>(real); e = e->forw) {
-            auto *p = reinterpret_cast<ResPlanner *>(e);
-            if (p->week.startYear == 0)
-                continue;
-            listInsertEntryAtBack(list, &ResPlanner_new(he->key, &p->week)->links);
-        }
-    }
     for (HashEnt *he = h_firstEnt_(&tbl->entries, &it); he; he = h_nextEnt_(&it)) {
-        auto *ent = static_cast<RsvEnt *>(he->value);
-        for (int i = 0; i < ent->numHosts; ++i) {
-            const AllocElem &el = ent->allocVector[i];
-            if (!el.hostName)
-                continue;
-            List *list = RsvTimeTbl_getPlannerList(fresh, el.hostName);
-            ResPlannerList_map(list, fresh, el.hostName, ent->timeWindow, ent->options & RSV_OPT_RECURRING,
-                               ResPlannerEnt_incr, el.numSlots, 1, ent);
-        }
+        fp.records += std::string(he->key) + " -> ";
+        fp.records += he->value ? entryFingerprint(static_cast<const RsvEnt *>(he->value)) : "<NULL>";
+        fp.records += "\n";
+        ++fp.numEntries;
     }
-    auto forward = plannersEqual(tbl, fresh);
-    auto backward = forward ? plannersEqual(fresh, tbl) : forward;
-    RsvTimeTbl_free(fresh);
-    return backward;
+    if (rsvIdTbl)
+        for (HashEnt *he = h_firstEnt_(rsvIdTbl, &it); he; he = h_nextEnt_(&it))
+            fp.counters += std::string(he->key) + " " +
+                           std::to_string(static_cast<int>(reinterpret_cast<intptr_t>(he->value))) + "\n";
+    fp.cells = plannerCells(tbl);
+    return fp;
+}
+
+std::string stateFileText(RsvTimeTbl *tbl)
+{
+    std::string out;
+    HashIter it;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &it); he; he = h_nextEnt_(&it)) {
+        if (std::strchr(he->key, '@'))
+            continue;
+        char *record = RsvEnt_ToString(static_cast<const RsvEnt *>(he->value));
+        out += record ? record : "<no record>";
+        out += "\n";
+        std::free(record);
+    }
+    return out;
+}
+
+std::string idFileText()
+{
+    std::string out = RSV_FORMAT_VERSION "\n" + std::to_string(h_numEnts_(rsvIdTbl)) + "\n";
+    HashIter it;
+    if (rsvIdTbl)
+        for (HashEnt *he = h_firstEnt_(rsvIdTbl, &it); he; he = h_nextEnt_(&it))
+            out += std::string(he->key) + " " +
+                   std::to_string(static_cast<int>(reinterpret_cast<intptr_t>(he->value))) + " \n ";
+    return out;
+}
+
+::testing::AssertionResult sameFingerprint(const TableFingerprint &before, const TableFingerprint &after)
+{
+    if (before.numEntries != after.numEntries)
+        return ::testing::AssertionFailure() << before.numEntries << " entries before, " << after.numEntries
+                                             << " after";
+    if (before.records != after.records)
+        return ::testing::AssertionFailure() << "records differ:\nbefore:\n"
+                                             << before.records << "after:\n"
+                                             << after.records;
+    if (before.counters != after.counters)
+        return ::testing::AssertionFailure() << "identifier counters differ:\nbefore:\n"
+                                             << before.counters << "after:\n"
+                                             << after.counters;
+    if (before.cells != after.cells)
+        return ::testing::AssertionFailure() << "planner cells differ (" << before.cells.size() << " values before, "
+                                             << after.cells.size() << " after)";
+    return ::testing::AssertionSuccess();
 }
 
 std::vector<int> plannerCells(RsvTimeTbl *tbl)

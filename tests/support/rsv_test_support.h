@@ -167,8 +167,14 @@ std::string oneOff(time_t start, time_t end);
 ResPlanner *findPlanner(RsvTimeTbl *tbl, const std::string &host, const RsvWeek &week);
 
 // The invariant: every planner cell of every host equals a from-scratch
-// rebooking of the table's reservations into the same weeks.
+// rebooking of the table's reservations into the same weeks (the module's
+// own checker, the planner part of RsvTimeTbl_verify).
 ::testing::AssertionResult plannersMatchRebooking(RsvTimeTbl *tbl);
+
+// RsvTimeTbl_verify with its problem lines: success when it finds none.
+::testing::AssertionResult tableVerifies(RsvTimeTbl *tbl);
+// The problem lines of RsvTimeTbl_verify, and its result in *result.
+std::vector<std::string> verifyProblems(RsvTimeTbl *tbl, int *result = nullptr);
 
 // Two tables hold the same planner weeks and cells for every host.
 ::testing::AssertionResult plannersEqual(RsvTimeTbl *a, RsvTimeTbl *b);
@@ -176,6 +182,25 @@ ResPlanner *findPlanner(RsvTimeTbl *tbl, const std::string &host, const RsvWeek 
 // Every cell of every planner, host by host, in list order, each planner led
 // by its week: equal results mean the planners did not change.
 std::vector<int> plannerCells(RsvTimeTbl *tbl);
+
+// Everything a failed change must leave as it was: the record of every
+// entry as the state file holds it (table order, keys included), the entry
+// fields the record leaves out, every owner's identifier counter in order,
+// and every planner cell. Take it with no allocation failure pending: the
+// records are built through the module's allocator.
+struct TableFingerprint {
+    std::string records;
+    std::string counters;
+    std::vector<int> cells;
+    int numEntries = 0;
+};
+TableFingerprint fingerprint(RsvTimeTbl *tbl);
+// The state file the table would write now (every entry whose key has no
+// '@', in table order, one record a line) and the id file of the counters.
+std::string stateFileText(RsvTimeTbl *tbl);
+std::string idFileText();
+// Equal fingerprints; a failure names the part that differs.
+::testing::AssertionResult sameFingerprint(const TableFingerprint &before, const TableFingerprint &after);
 
 // Booked count of one cell (day 0..6, slot 0..143).
 inline int cell(const ResPlanner *p, int day, int slot) { return p->slots[day][slot].reserved; }

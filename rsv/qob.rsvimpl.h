@@ -77,7 +77,7 @@ enum {
 
 /* Removal flags of RsvTimeTbl_modEntryWithRmHosts and RsvTimeTbl_removeHosts. */
 enum {
-    RSV_RM_HOSTS = 1,     /* the hosts named in the host table */
+    RSV_RM_HOSTS = 1,     /* whole hosts (see RsvTimeTbl_modEntryWithRmHosts) */
     RSV_RM_NUMPROCS = 2,  /* a number of processors (the request's range) */
     RSV_RM_UNFLAGGED = 4, /* with RSV_RM_HOSTS: also hosts without RSV_HOST_STATUS_FLAGGED */
     RSV_RM_MARKED = 8     /* with RSV_RM_HOSTS: also hosts with RSV_HOST_ATTR_MARKED */
@@ -391,10 +391,9 @@ void RsvTimeTbl_free(RsvTimeTbl *tbl);
 /* ======================================================================== */
 /* The table holds the reservations by identifier and each host's planner
  * list. Adding and removing write the files; restoring, replacing and the
- * host checks write nothing. The combined changes further down (window, hosts,
- * disabled days, description) do the same for changes of one reservation;
- * RsvTimeTbl_removeEntries, RsvTimeTbl_activate and RsvTimeTbl_deactivate are
- * with durable mode at the bottom. */
+ * host checks write nothing. Changes of one reservation that write the files
+ * are the combined changes of the capacity group; RsvTimeTbl_removeEntries,
+ * RsvTimeTbl_activate and RsvTimeTbl_deactivate are with durable mode. */
 
 /* Check the request against the asked hosts' free slots over its window,
  * make an identifier, book the slots (hosts in request order, each offering
@@ -487,8 +486,8 @@ int RsvMod_aHostInTab(HashTab **hostSet, const char *hostName);
 /* ======================================================================== */
 /* An entry belongs to whoever made it until a table takes it (addEntry makes
  * its own; restoreEntry and replaceEntry take one). activeTime is non-zero
- * exactly between the first setRsvActive and the next setRsvInactive; the
- * finish record measures from it. */
+ * exactly between a setRsvActive and the next setRsvInactive; the finish
+ * record measures from it. */
 
 /* A new entry owned by the caller (RsvEnt_destroy, then free): version
  * "9.11", created now, state 0, the window's duration, no identifier, hosts,
@@ -506,9 +505,9 @@ void RsvEnt_destroy(RsvEnt *ent);
 /* 1 when `ent` is not NULL and its state is RSV_STATE_ACTIVE, else 0. */
 int isRsvActive(const RsvEnt *ent);
 
-/* Mark the entry active (state 4). The first activation stamps activeTime
- * with the current time and writes the files; an entry already active keeps
- * its first activeTime and writes nothing. NULL entry: nothing but qob_errno
+/* Mark the entry active (state 4). An activeTime of 0 is stamped with the
+ * current time and the files are written; an entry already stamped keeps its
+ * activeTime and nothing is written. NULL entry: nothing but qob_errno
  * RSV_ERR_BAD_ARGUMENT; NULL table: no file written. RsvTimeTbl_activate
  * tells the outcome. */
 void setRsvActive(RsvTimeTbl *tbl, RsvEnt *ent);
@@ -690,7 +689,7 @@ void Rsv_dealloc(RsvTimeTbl *tbl, RsvEnt *ent);
 
 /* Free slots of `hostName` over `timeWindow` (of the kind `recurring`
  * says), negative when the host is over-reserved; 0 when the table or host
- * is NULL or unknown. `ent` as for ResPlannerList_map. Changes nothing. */
+ * is NULL or unknown. `ent` as for ResPlannerList_map. Books nothing. */
 int Rsv_getMaxAvailonHost(RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring, RsvEnt *ent);
 
 /* Check that each host of the entry can hold its slots over `newTimeWindow`
@@ -727,8 +726,10 @@ int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvM
                             const char *mode);
 
 /* Give back hosts or processors of the reservation modReq->rsvId.
- * RSV_RM_HOSTS: the hosts that are keys of `hosts` (values: int marks, set to
- * 2 when found), widened by RSV_RM_UNFLAGGED and RSV_RM_MARKED;
+ * RSV_RM_HOSTS: whole hosts, chosen by their host records: one without
+ * RSV_HOST_STATUS_FLAGGED, or with RSV_HOST_ATTR_MARKED, only when it is a key
+ * of `hosts` (values: int marks, set to 2 when found) or RSV_RM_UNFLAGGED or
+ * RSV_RM_MARKED asks for it; any other host even when not named.
  * RSV_RM_NUMPROCS: modReq->req.minNumProcs..maxNumProcs processors, from the
  * hosts in order. Slots held by jobs (extra1, extra2) are never taken. Returns
  * the slots removed, or -1 with qob_errno RSV_ERR_BAD_ARGUMENT,
@@ -754,9 +755,10 @@ int Rsv_getNumSlotsReserved(const RsvEnt *ent);
 
 /* Move the reservation modReq->rsvId to the window that the modification
  * text "start&end" in modReq->req.timeWindow makes of its current one (see
- * RsvMod_buildTimeWindow; checked with the one-off rules), and apply
- * modReq->req.options to the entry as RsvEnt_updateWithMod does (with
- * RSV_MOD_TIMEWINDOW added, so unset marks are cleared). 0, with
+ * RsvMod_buildTimeWindow), and apply modReq->req.options to the entry as
+ * RsvEnt_updateWithMod does, with RSV_MOD_TIMEWINDOW added. The window is
+ * checked with the one-off rules, so a recurring reservation's window is
+ * refused (RSV_ERR_BAD_TIME_WINDOW). 0, with
  * modReq->req.timeWindow replaced by the complete new window (old text
  * freed); or the error number, also in qob_errno: RSV_ERR_BAD_ARGUMENT,
  * RSV_ERR_NO_SUCH_RSV, the window check's (RSV_ERR_BAD_TIME_WINDOW,
@@ -797,7 +799,7 @@ int RsvTimeTbl_setDescription(RsvTimeTbl *tbl, const char *rsvId, const char *de
  * two epoch-second numbers; a recurring one is two daily points "H[:M]" or
  * two weekly points "D:H:M" (D 1..7, 0 and 7 both Sunday; H up to 24 with
  * M 0). The reservation's RSV_OPT_RECURRING bit, not the text, says which.
- * The checks return an error number and store nothing. */
+ * The validation checks return an error number and store nothing. */
 
 /* --- occurrence arithmetic --- */
 
@@ -1027,9 +1029,10 @@ RsvEnt *RsvEnt_newByString(const char *text);
  * per-owner counters are module-wide, shared by every table; the id file
  * holds "9.11", the number of owners and one "owner n" line each. */
 
-/* A new identifier for req->name: the next free number after the owner's
- * counter (0 for a new owner), wrapping at the per-owner limit (maxRsvPerOwner(), 100 outside
- * 1..10000); "system#n" with RSV_OPT_SYSTEM, a copy of req->rsvId with
+/* A new identifier for req->name: the next number after the owner's counter
+ * (0 for a new owner) that none of the owner's reservations in `tbl` uses,
+ * wrapping at the per-owner limit (maxRsvPerOwner(), 100 outside 1..10000);
+ * "system#n" with RSV_OPT_SYSTEM, a copy of req->rsvId with
  * RSV_OPT_NAME_ONLY. Advances the counter; a heap text the caller frees. NULL,
  * no error number (addEntry reports RSV_ERR_NO_RSV_ID), when the owner holds
  * the limit (message 6104, counter unchanged), an argument is NULL, or a

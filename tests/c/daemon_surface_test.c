@@ -859,6 +859,18 @@ static void testLowLevelCalls(void)
     }
     CHECK_INT(RsvTimeTbl_replaceEntry(lab, "nope#0", ent), -1);
 
+    /* With RSV_RM_HOSTS a host whose status carries RSV_HOST_STATUS_FLAGGED
+     * (and whose attr lacks RSV_HOST_ATTR_MARKED) goes even when not named;
+     * hostB, unflagged and not named, stays. */
+    hostA.status = RSV_HOST_STATUS_FLAGGED;
+    memset(&mod, 0, sizeof mod);
+    mod.rsvId = labId;
+    CHECK_INT(RsvTimeTbl_modEntryWithRmHosts(lab, &mod, NULL, RSV_RM_HOSTS), 2);
+    hostA.status = 0u;
+    CHECK_INT(ent->numHosts, 1);
+    CHECK_STR(ent->allocVector[0].hostName, "hostB");
+    CHECK_INT(Rsv_getMaxAvailonHost(lab, "hostA", w2, 0, NULL), 8);
+
     RsvDisableDuration *rec = createRsvDisableDuration("1:20", 1);
     qob_errno = 0;
     CHECK_INT(RsvTimeTbl_addDurationToDisabledList(lab, ent, rec), -1); /* one-off: refused */

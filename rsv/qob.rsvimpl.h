@@ -182,7 +182,8 @@ typedef struct RsvReq {
     int minNumProcs;    /* the range of slots asked for */
     int maxNumProcs;
     int numAskedHosts;
-    char **askedHosts;  /* heap texts: resolved names replace them in place */
+    char **askedHosts;  /* official names (see RsvTimeTbl_getReservableAlloc);
+                           heap texts: resolved names replace them in place */
     char *timeWindow;   /* "start-end"; in a modification "start&end" */
     char *description;  /* may be NULL */
     char *rsvId;        /* the identifier asked for by a name-only entry */
@@ -407,7 +408,8 @@ void RsvTimeTbl_free(RsvTimeTbl *tbl);
  * RSV_ERR_NO_MEMORY or RSV_ERR_NOT_SAVED: nothing booked, table, counter and
  * files unchanged; but askedHosts now hold official names (old texts freed)
  * and a system request's min/maxNumProcs the reservable count. A description
- * of "" is not stored. */
+ * of "" is not stored. Ask by official host names (an alias is checked
+ * against an empty planner list, see RsvTimeTbl_getReservableAlloc). */
 char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req);
 
 /* The entry of `rsvId`, still owned by the table; NULL when it is absent or
@@ -671,7 +673,9 @@ ResAlloc *ResAlloc_new(int numElems);
  * free the array alone. Returns the sum, or -1 with qob_errno
  * RSV_ERR_BAD_ARGUMENT (NULL or malformed argument; *out untouched),
  * RSV_ERR_NO_MEMORY, or RSV_ERR_NOT_ENOUGH_SLOTS (a system request meeting
- * a taken slot); *out is then NULL. `ent` as for ResPlannerList_map. */
+ * a taken slot); *out is then NULL. `ent` as for ResPlannerList_map. Ask by
+ * official names: bookings are looked up in the planner list of the name as
+ * asked, so an alias sees none of those made under the official name. */
 int RsvTimeTbl_getReservableAlloc(RsvTimeTbl *tbl, RsvReq *req, ResAlloc **out, RsvEnt *ent);
 
 /* Choose hosts from the `numAvail` offers in order, each filled as far as it

@@ -763,7 +763,9 @@ static void testLowLevelCalls(void)
     CHECK(spare != NULL && spare[1].hostName == NULL && spare[1].numSlots == 0);
     free(spare);
 
-    /* Query, choose and book by hand, as RsvTimeTbl_addEntry does. */
+    /* Query, choose and book by hand, as RsvTimeTbl_addEntry does. The alias
+     * "a" is replaced by hostA's official name (asking by alias is safe only
+     * while nothing is booked under the official name). */
     RsvReq req;
     makeRequest(&req, 0, "lab", 2, 2, hostList("a", NULL), 1, w, NULL);
     ResAlloc *avail = NULL;
@@ -937,11 +939,11 @@ static void testTable(const Paths *p)
     CHECK_INT(RsvTimeTbl_load(tbl, &rejected), 0); /* first start: no state file */
     CHECK_INT(rejected, 0);
 
-    /* alice asks for 2..6 slots on "a" (hostA's alias) or hostB: each host
-     * offers at most 2, and hostA alone is enough. */
+    /* alice asks for 2..6 slots on hostA or hostB: each host offers at most
+     * 2, and hostA alone is enough. */
     window(NOW + HOUR, NOW + 2 * HOUR, w, sizeof w);
     RsvReq req;
-    makeRequest(&req, 0, "alice", 2, 6, hostList("a", "hostB"), 2, w, "first");
+    makeRequest(&req, 0, "alice", 2, 6, hostList("hostA", "hostB"), 2, w, "first");
     snprintf(expect, sizeof expect, "options(0) name(alice) procRange(2, 6), askedHosts(2) timeWindow(%s)", w);
     CHECK_STR(RsvReq_ToString(&req), expect);
     char *id = RsvTimeTbl_addEntry(tbl, &req);
@@ -1141,7 +1143,7 @@ static void testTable(const Paths *p)
     free(mod.req.timeWindow);
     mod.req.timeWindow = NULL;
 
-    mod.req.askedHosts = hostList("b", NULL);
+    mod.req.askedHosts = hostList("hostB", NULL);
     mod.req.numAskedHosts = 1;
     mod.req.minNumProcs = 1;
     mod.req.maxNumProcs = 1;

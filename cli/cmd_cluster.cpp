@@ -31,7 +31,7 @@ int peakBooked(RsvTimeTbl *tbl, const std::string &host)
 
 int runCheck(GlobalOptions &global)
 {
-    Session session(resolveStateDir(global.stateDir));
+    Session session(resolveStateDir(global.stateDir), Access::Read);
     RsvTimeTbl *tbl = session.table();
     // Hosts reservations hold that the cluster file no longer names.
     std::map<std::string, std::vector<std::string>> lost;
@@ -61,7 +61,6 @@ int runCheck(GlobalOptions &global)
     }
     // The daemon's own check, for its log lines under -v.
     RsvTimeTbl_checkEntries(tbl);
-    session.commit();
     if (lost.empty() && numOver == 0 && session.numRejected() == 0) {
         fmt::print("ok: every reserved host exists and none is over-reserved\n");
         return kExitOk;
@@ -87,7 +86,7 @@ int runCheck(GlobalOptions &global)
 
 int runHosts(GlobalOptions &global)
 {
-    Session session(resolveStateDir(global.stateDir));
+    Session session(resolveStateDir(global.stateDir), Access::Read);
     RsvTimeTbl *tbl = session.table();
     RsvWeek week = weekOf(nowTime());
     std::map<std::string, int> reservations;
@@ -118,7 +117,6 @@ int runHosts(GlobalOptions &global)
         table.addRow({host.name, std::to_string(host.slots), std::to_string(host.cpus), aliases.empty() ? "-" : aliases,
                       std::to_string(reservations[host.name]), peakText});
     }
-    session.commit();
     fmt::print("{}", table.render());
     if (session.cluster().maxPerOwner() > 0)
         fmt::print("max-per-owner {}\n", session.cluster().maxPerOwner());

@@ -10,6 +10,7 @@
 #include "cli_error.h"
 #include "commands.h"
 #include "session.h"
+#include "signals.h"
 #include "timeparse.h"
 
 namespace rsvctl {
@@ -104,14 +105,19 @@ Start with:  rsvctl demo --state-dir /tmp/rsv-demo)");
 
 int main(int argc, char **argv)
 {
+    int status = rsvctl::kExitFile;
     try {
-        return rsvctl::run(argc, argv);
+        status = rsvctl::run(argc, argv);
     } catch (const rsvctl::CliError &e) {
         std::fflush(stdout);
         fmt::print(stderr, "rsvctl: {}\n{}", e.what(), e.detail());
-        return e.status();
+        status = e.status();
     } catch (const std::exception &e) {
         fmt::print(stderr, "rsvctl: {}\n", e.what());
-        return rsvctl::kExitFile;
+        status = rsvctl::kExitFile;
     }
+    // A change holds SIGINT, SIGTERM and SIGHUP back until its result, good
+    // or bad, is printed; one that arrived meanwhile takes effect here.
+    rsvctl::releaseChangeSignals();
+    return status;
 }

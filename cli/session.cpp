@@ -174,6 +174,9 @@ Session::Session(const std::string &stateDir, Access access)
         table_ = RsvTimeTbl_new(stateFile_.c_str());
         if (!table_)
             fileError(fmt::format("cannot use state file '{}'", stateFile_));
+        idFile_ = table_->idFile ? table_->idFile : "";
+        stateExisted_ = ::access(stateFile_.c_str(), F_OK) == 0;
+        idsExisted_ = idFile_.empty() || ::access(idFile_.c_str(), F_OK) == 0;
         int restored = RsvTimeTbl_load(table_, &numRejected_);
         if (restored < 0)
             fileError(fmt::format("cannot read state file '{}': {}", stateFile_, std::strerror(errno)));
@@ -215,9 +218,15 @@ void Session::release()
         table_ = nullptr;
         uninstallServices();
     }
-    if (!changeSaved_ && wroteCluster_) {
-        unlink(clusterFile_.c_str());
-        wroteCluster_ = false;
+    if (changeBegun_ && !changeSaved_) {
+        // A failed save of a table that had no files yet writes the empty
+        // table back instead of leaving none: remove what was not there.
+        if (!stateExisted_)
+            unlink(stateFile_.c_str());
+        if (!idsExisted_)
+            unlink(idFile_.c_str());
+        if (wroteCluster_)
+            unlink(clusterFile_.c_str());
     }
     if (lockFd_ >= 0) {
         if (!changeSaved_ && createdDir_) {
@@ -242,12 +251,14 @@ void Session::beginChange()
     if (access_ != Access::Change)
         throw std::logic_error("rsvctl: a change in a read-only session");
     holdChangeSignals();
+    changeBegun_ = true;
     // The change is booked on the built-in cluster: write it first, so the
     // saved reservations never name hosts of a cluster file that is missing.
-    // Removed again when the change is not saved.
+    // Removed again when the change is not saved (also when the write
+    // failed after its rename).
     if (builtInCluster_ && !wroteCluster_) {
-        writeFileWhole(clusterFile_, demoClusterText());
         wroteCluster_ = true;
+        writeFileWhole(clusterFile_, demoClusterText());
     }
 }
 

@@ -39,8 +39,9 @@ public:
     // (status 3) for a file or configuration problem.
     Session(const std::string &stateDir, Access access);
     // Releases the table and the lock. Unless a change was saved, what this
-    // session created (the directory, the cluster file) is removed again, so
-    // a failed command leaves the directory as it found it.
+    // session created (the directory, the cluster file, state files that
+    // were not there) is removed again, so a failed command leaves the
+    // directory as it found it.
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
@@ -87,7 +88,13 @@ private:
     bool createdDir_ = false;
     bool builtInCluster_ = false;
     bool wroteCluster_ = false;
+    bool changeBegun_ = false;
     bool changeSaved_ = false;
+    // Whether rsv.state and rsv.ids were there at the load: a save that
+    // fails may still leave them, written back as the (empty) table.
+    bool stateExisted_ = false;
+    bool idsExisted_ = false;
+    std::string idFile_;
     Cluster cluster_;
     RsvTimeTbl *table_ = nullptr;
     int numRejected_ = 0;

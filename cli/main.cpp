@@ -73,7 +73,8 @@ int run(int argc, char **argv)
     app.add_flag("-v,--verbose", global.verbose, "Show the module's log lines on standard error");
     app.add_option("--color", global.color, "Colour the planner: auto (on a terminal), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}));
-    app.footer(R"(Exit status: 0 ok, 1 usage, 2 refused, 3 file or configuration problem.
+    app.footer(R"(Exit status: 0 ok, 1 usage, 2 refused, 3 file or configuration problem
+(a change that could not be saved: then nothing changed).
 Start with:  rsvctl demo --state-dir /tmp/rsv-demo)");
 
     CommandList commands;

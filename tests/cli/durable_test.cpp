@@ -185,12 +185,12 @@ TEST_P(FaultedChange, FailsWholeOrSucceedsWhole)
                 wipe(dir);
                 restore(dir, before);
                 unlink(log.c_str());
-                const std::string spec = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=" + errnoName;
+                const std::string fault = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=" + errnoName;
                 RunResult r = runRsvctl(withDir(scenario.args, dir), kNow, "UTC",
-                                        withFault(RSV_IOFAULT_PATH, spec, dir, log));
+                                        withFault(RSV_IOFAULT_PATH, fault, dir, log));
                 ++runs;
                 const std::vector<Hit> hits = hitsIn(readIfThere(log));
-                SCOPED_TRACE(spec + " | status " + std::to_string(r.status) + " | stderr: " + r.err +
+                SCOPED_TRACE(fault + " | status " + std::to_string(r.status) + " | stderr: " + r.err +
                              " | log: " + readIfThere(log));
                 ASSERT_LE(hits.size(), 1u);
                 if (hits.empty()) {
@@ -272,10 +272,10 @@ TEST(FaultedFirstUse, AFailedFirstChangeLeavesNothing)
             ASSERT_LE(nth, 30);
             wipe(dir);
             unlink(log.c_str());
-            const std::string spec = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=ENOSPC";
-            RunResult r = runRsvctl(args, kNow, "UTC", withFault(RSV_IOFAULT_PATH, spec, dir, log));
+            const std::string fault = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=ENOSPC";
+            RunResult r = runRsvctl(args, kNow, "UTC", withFault(RSV_IOFAULT_PATH, fault, dir, log));
             const std::vector<Hit> hits = hitsIn(readIfThere(log));
-            SCOPED_TRACE(spec + " | stderr: " + r.err + " | log: " + readIfThere(log));
+            SCOPED_TRACE(fault + " | stderr: " + r.err + " | log: " + readIfThere(log));
             if (hits.empty()) {
                 EXPECT_EQ(r.status, 0);
                 EXPECT_EQ(snapshot(dir), after);
@@ -316,9 +316,9 @@ TEST(FaultedDemo, PrintsOnlyWhatIsOnDisk)
             ASSERT_LE(nth, 40);
             wipe(dir);
             unlink(log.c_str());
-            const std::string spec = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=EIO";
-            RunResult r = runRsvctl({"--state-dir", dir, "demo"}, kNow, "UTC", withFault(RSV_IOFAULT_PATH, spec, dir, log));
-            SCOPED_TRACE(spec + " | stderr: " + r.err);
+            const std::string fault = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=EIO";
+            RunResult r = runRsvctl({"--state-dir", dir, "demo"}, kNow, "UTC", withFault(RSV_IOFAULT_PATH, fault, dir, log));
+            SCOPED_TRACE(fault + " | stderr: " + r.err);
             if (hitsIn(readIfThere(log)).empty()) {
                 EXPECT_EQ(r.status, 0);
                 break;

@@ -119,12 +119,12 @@ RunResult runRsvctl(const std::vector<std::string> &args, long long now, const s
     return finish(r);
 }
 
-RunOptions withFault(const std::string &library, const std::string &spec, const std::string &dir,
+RunOptions withFault(const std::string &library, const std::string &fault, const std::string &dir,
                      const std::string &log)
 {
     RunOptions options;
     options.env["LD_PRELOAD"] = library;
-    options.env["RSV_IOFAULT"] = spec;
+    options.env["RSV_IOFAULT"] = fault;
     options.env["RSV_IOFAULT_DIR"] = dir;
     options.env["RSV_IOFAULT_LOG"] = log;
     const char *asan = std::getenv("ASAN_OPTIONS");

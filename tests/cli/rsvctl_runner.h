@@ -44,9 +44,9 @@ Running startRsvctl(const std::vector<std::string> &args, long long now, const s
 RunResult finish(Running &running);
 
 // Options that preload the I/O fault layer at `library` into rsvctl with
-// the fault `spec` (RSV_IOFAULT form) under `dir`, logging to `log`. Under
+// the fault text `fault` (RSV_IOFAULT form) under `dir`, logging to `log`. Under
 // AddressSanitizer the link-order check is switched off, as preloading needs.
-RunOptions withFault(const std::string &library, const std::string &spec, const std::string &dir,
+RunOptions withFault(const std::string &library, const std::string &fault, const std::string &dir,
                      const std::string &log);
 
 // Every regular file of `dir` with its contents.

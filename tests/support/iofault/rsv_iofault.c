@@ -335,15 +335,15 @@ void rsv_iofault_arm(const char *op, int nth, int err, const char *dir)
     cfg.armed = 1;
 }
 
-int rsv_iofault_arm_text(const char *spec, const char *dir)
+int rsv_iofault_arm_text(const char *fault, const char *dir)
 {
     reset();
-    if (!spec)
+    if (!fault)
         return -1;
     char copy[512];
-    if (strlen(spec) >= sizeof copy)
+    if (strlen(fault) >= sizeof copy)
         return -1;
-    strcpy(copy, spec);
+    strcpy(copy, fault);
     int op = -1, nth = 1, times = 1, err = 0, delayMs = 0;
     char *save = NULL;
     for (char *item = strtok_r(copy, ",", &save); item; item = strtok_r(NULL, ",", &save)) {
@@ -408,8 +408,8 @@ __attribute__((constructor)) static void armFromEnvironment(void)
 {
     const char *log = getenv("RSV_IOFAULT_LOG");
     snprintf(cfg.log, sizeof cfg.log, "%s", log ? log : "");
-    const char *spec = getenv("RSV_IOFAULT");
-    if (spec && *spec && rsv_iofault_arm_text(spec, getenv("RSV_IOFAULT_DIR")) != 0) {
+    const char *fault = getenv("RSV_IOFAULT");
+    if (fault && *fault && rsv_iofault_arm_text(fault, getenv("RSV_IOFAULT_DIR")) != 0) {
         static const char msg[] = "rsv_iofault: RSV_IOFAULT is malformed; no fault armed\n";
         if (realWrite(2, msg, sizeof msg - 1) < 0) {
         }

@@ -46,7 +46,7 @@ void rsv_iofault_arm(const char *op, int nth, int err, const char *dir);
 
 /* The same from a text of the RSV_IOFAULT form. 0, or -1 when the text is
  * malformed (then disarmed). */
-int rsv_iofault_arm_text(const char *spec, const char *dir);
+int rsv_iofault_arm_text(const char *fault, const char *dir);
 
 /* Stop failing and delaying calls; counts are kept. */
 void rsv_iofault_disarm(void);

@@ -62,9 +62,8 @@ void addChangeCommands(CLI::App &app, GlobalOptions &global, CommandList &comman
             req.typedWindow = add->window;
             req.recurring = true;
         }
-        Session session(resolveStateDir(global.stateDir));
+        Session session(resolveStateDir(global.stateDir), Access::Change);
         std::string id = addReservation(session, req);
-        session.commit();
         fmt::print("{}\n", id);
         return kExitOk;
     }});
@@ -72,14 +71,13 @@ void addChangeCommands(CLI::App &app, GlobalOptions &global, CommandList &comman
     auto ids = std::make_shared<std::vector<std::string>>();
     CLI::App *delCmd = app.add_subcommand("del", "Delete reservations");
     delCmd->add_option("ID", *ids, "Reservation identifiers, such as alice#0")->required();
-    delCmd->footer(R"(Every identifier must exist; otherwise nothing is deleted.
+    delCmd->footer(R"(One change: every identifier must exist, or nothing is deleted.
 Examples:
   rsvctl del alice#0
   rsvctl del alice#0 bob#2)");
     commands.push_back({delCmd, [ids, &global]() {
-        Session session(resolveStateDir(global.stateDir));
+        Session session(resolveStateDir(global.stateDir), Access::Change);
         deleteReservations(session, *ids);
-        session.commit();
         for (const auto &id : *ids)
             fmt::print("deleted {}\n", id);
         return kExitOk;

@@ -53,7 +53,7 @@ struct Demo {
 int runDemo(GlobalOptions &global)
 {
     std::string dir = resolveStateDir(global.stateDir);
-    Session session(dir);
+    Session session(dir, Access::Change);
     if (h_numEnts_(&session.table()->entries) > 0)
         usageError(fmt::format("'{}' already holds reservations; run the demo in a fresh directory "
                                "(rsvctl demo --state-dir NEW-DIR)",
@@ -132,6 +132,10 @@ int runDemo(GlobalOptions &global)
         addReservation(session, dave);
         fmt::print("(unexpectedly accepted)\n");
     } catch (const CliError &e) {
+        // Only the refusal is part of the show; a save that failed ends the
+        // demo with status 3 like any change.
+        if (e.status() != kExitRefused)
+            throw;
         fmt::print("rsvctl: {}\n{}", e.what(), e.detail());
     }
 
@@ -148,7 +152,6 @@ int runDemo(GlobalOptions &global)
     picture.week = weekOf(sunday);
     picture.booked = hostWeekGrid(session.table(), hpc01->name, picture.week);
     fmt::print("{}", renderHeatMap(picture, demo.colour));
-    session.commit();
     fmt::print("\nTry: rsvctl --state-dir {} show {}   (or --help on any command)\n", dir, bobId);
     return kExitOk;
 }

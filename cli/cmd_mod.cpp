@@ -50,7 +50,7 @@ Examples:
             usageError("give one change per command (--begin and --end may go together)");
         if (!mod->slots.empty() && mod->addHosts.empty())
             usageError("-n goes with --add-hosts");
-        Session session(resolveStateDir(global.stateDir));
+        Session session(resolveStateDir(global.stateDir), Access::Change);
         const std::string &id = mod->id;
         std::string said;
         if (!mod->begin.empty() || !mod->end.empty()) {
@@ -77,7 +77,6 @@ Examples:
             said = mod->description.empty() ? fmt::format("{}: description removed", id)
                                             : fmt::format("{}: description set", id);
         }
-        session.commit();
         fmt::print("{}\n", said);
         return kExitOk;
     }});

@@ -34,7 +34,7 @@ Examples:
   rsvctl planner hpc01 --svg hpc01.svg)");
     commands.push_back({cmd, [opt, &global]() {
         time_t when = opt->week.empty() ? nowTime() : parsePoint(opt->week, "--week");
-        Session session(resolveStateDir(global.stateDir));
+        Session session(resolveStateDir(global.stateDir), Access::Read);
         const ClusterHost *host = session.cluster().find(opt->host);
         if (!host) {
             ErrorContext ctx;
@@ -53,7 +53,6 @@ Examples:
             if (!out)
                 fileError(fmt::format("cannot write SVG file '{}'", opt->svg));
         }
-        session.commit();
         fmt::print("{}", renderHeatMap(picture, useColour(global)));
         if (!opt->svg.empty())
             fmt::print("wrote {}\n", opt->svg);

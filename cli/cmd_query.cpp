@@ -34,7 +34,7 @@ void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &command
   rsvctl list -u alice
   rsvctl list -m node1 --json)");
     commands.push_back({listCmd, [list, &global]() {
-        Session session(resolveStateDir(global.stateDir));
+        Session session(resolveStateDir(global.stateDir), Access::Read);
         std::string host = list->host;
         if (!host.empty()) {
             const ClusterHost *h = session.cluster().find(host);
@@ -58,7 +58,6 @@ void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &command
         if (session.numRejected() > 0)
             fmt::print(stderr, "rsvctl: warning: {} line(s) of '{}' could not be read and are not shown\n",
                        session.numRejected(), session.stateFile());
-        session.commit();
         if (list->json) {
             nlohmann::ordered_json out;
             out["now"] = static_cast<long long>(nowTime());
@@ -80,11 +79,10 @@ void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &command
   rsvctl show alice#0
   rsvctl show bob#1 --json)");
     commands.push_back({showCmd, [show, &global]() {
-        Session session(resolveStateDir(global.stateDir));
+        Session session(resolveStateDir(global.stateDir), Access::Read);
         for (const auto &v : collectReservations(session)) {
             if (v.id != show->id)
                 continue;
-            session.commit();
             if (show->json)
                 fmt::print("{}\n", toJson(v).dump(2));
             else

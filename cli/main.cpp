@@ -10,6 +10,7 @@
 #include "cli_error.h"
 #include "commands.h"
 #include "session.h"
+#include "signals.h"
 #include "timeparse.h"
 
 namespace rsvctl {
@@ -72,7 +73,8 @@ int run(int argc, char **argv)
     app.add_flag("-v,--verbose", global.verbose, "Show the module's log lines on standard error");
     app.add_option("--color", global.color, "Colour the planner: auto (on a terminal), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}));
-    app.footer(R"(Exit status: 0 ok, 1 usage, 2 refused, 3 file or configuration problem.
+    app.footer(R"(Exit status: 0 ok, 1 usage, 2 refused, 3 file or configuration problem
+(a change that could not be saved: then nothing changed).
 Start with:  rsvctl demo --state-dir /tmp/rsv-demo)");
 
     CommandList commands;
@@ -104,14 +106,19 @@ Start with:  rsvctl demo --state-dir /tmp/rsv-demo)");
 
 int main(int argc, char **argv)
 {
+    int status = rsvctl::kExitFile;
     try {
-        return rsvctl::run(argc, argv);
+        status = rsvctl::run(argc, argv);
     } catch (const rsvctl::CliError &e) {
         std::fflush(stdout);
         fmt::print(stderr, "rsvctl: {}\n{}", e.what(), e.detail());
-        return e.status();
+        status = e.status();
     } catch (const std::exception &e) {
         fmt::print(stderr, "rsvctl: {}\n", e.what());
-        return rsvctl::kExitFile;
+        status = rsvctl::kExitFile;
     }
+    // A change holds SIGINT, SIGTERM and SIGHUP back until its result, good
+    // or bad, is printed; one that arrived meanwhile takes effect here.
+    rsvctl::releaseChangeSignals();
+    return status;
 }

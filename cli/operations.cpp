@@ -104,6 +104,16 @@ bool isRecurring(const RsvEnt *ent)
     return (ent->options & RSV_OPT_RECURRING) != 0;
 }
 
+// The module did not make the change. A save that failed is a file problem
+// (status 3, naming the file and the reason), whatever else was asked;
+// anything else is a refusal.
+[[noreturn]] void changeFailed(Session &session, int err, const ErrorContext &ctx, const std::string &detail = {})
+{
+    if (err == RSV_ERR_NOT_SAVED)
+        session.notSaved();
+    refuse(err, ctx, detail);
+}
+
 } // namespace
 
 void checkOwnerName(const std::string &owner)
@@ -189,10 +199,13 @@ std::string addReservation(Session &session, const AddRequest &request)
     if (!request.description.empty())
         req.req.description = heapText(request.description);
 
+    session.beginChange();
     qob_errno = 0;
     CText id(RsvTimeTbl_addEntry(session.table(), &req.req));
     if (!id) {
         int err = qob_errno ? qob_errno : RSV_ERR_NOT_ENOUGH_SLOTS;
+        if (err == RSV_ERR_NOT_SAVED)
+            session.notSaved();
         std::string detail;
         if (err == RSV_ERR_NOT_ENOUGH_SLOTS) {
             std::vector<HostNeed> needs;
@@ -204,6 +217,7 @@ std::string addReservation(Session &session, const AddRequest &request)
         }
         refuse(err, ctx, detail);
     }
+    session.changeSaved();
     return id.get();
 }
 
@@ -211,16 +225,27 @@ void deleteReservations(Session &session, const std::vector<std::string> &ids)
 {
     session.requireWritableState();
     // Check every identifier first: a refused command changes no file.
-    for (const auto &id : ids)
-        findEntry(session, id);
-    for (const auto &id : ids) {
-        int err = RsvTimeTbl_removeEntry(session.table(), id.c_str());
-        if (err != 0) {
-            ErrorContext ctx;
-            ctx.rsvId = id;
-            refuse(err, ctx);
-        }
+    std::vector<const char *> names;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        findEntry(session, ids[i]);
+        for (size_t j = 0; j < i; ++j)
+            if (ids[j] == ids[i])
+                usageError(fmt::format("'{}' is named twice", ids[i]));
+        names.push_back(ids[i].c_str());
     }
+    // One change: every reservation goes, and the files are rewritten once,
+    // or none goes.
+    session.beginChange();
+    int failedIndex = -1;
+    qob_errno = 0;
+    int err = RsvTimeTbl_removeEntries(session.table(), names.data(), static_cast<int>(names.size()), &failedIndex);
+    if (err != 0) {
+        ErrorContext ctx;
+        if (failedIndex >= 0 && static_cast<size_t>(failedIndex) < ids.size())
+            ctx.rsvId = ids[static_cast<size_t>(failedIndex)];
+        changeFailed(session, err, ctx);
+    }
+    session.changeSaved();
 }
 
 std::string moveWindow(Session &session, const std::string &id, const std::string &begin, const std::string &end)
@@ -258,10 +283,13 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
     mod.body.req.options = RSV_MOD_TIMEWINDOW;
     mod.body.req.timeWindow = heapText(modText);
     mod.body.req.name = heapText(ent->name ? ent->name : "");
+    session.beginChange();
     qob_errno = 0;
     int err = RsvTimeTbl_modifyTimeWindow(session.table(), mod.get());
     mod.sync();
     if (err != 0) {
+        if (err == RSV_ERR_NOT_SAVED)
+            session.notSaved();
         std::string detail;
         if (err == RSV_ERR_NOT_ENOUGH_SLOTS && !target.empty()) {
             size_t dash = target.find('-');
@@ -277,6 +305,7 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
         }
         refuse(err, ctx, detail);
     }
+    session.changeSaved();
     RsvEnt *after = RsvTimeTbl_getEntry(session.table(), id.c_str());
     return after && after->timeWindow ? after->timeWindow : target;
 }
@@ -301,11 +330,14 @@ void addHosts(Session &session, const std::string &id, const std::vector<std::st
     mod.body.req.maxNumProcs = maxSlots;
     mod.body.setHosts(official);
     mod.body.req.timeWindow = heapText(window);
+    session.beginChange();
     qob_errno = 0;
     int rc = RsvTimeTbl_addHosts(session.table(), mod.get());
     mod.sync();
     if (rc != 0) {
         int err = qob_errno ? qob_errno : RSV_ERR_NOT_ENOUGH_SLOTS;
+        if (err == RSV_ERR_NOT_SAVED)
+            session.notSaved();
         std::string detail;
         if (err == RSV_ERR_NOT_ENOUGH_SLOTS) {
             std::vector<HostNeed> needs;
@@ -317,6 +349,7 @@ void addHosts(Session &session, const std::string &id, const std::vector<std::st
         }
         refuse(err, ctx, detail);
     }
+    session.changeSaved();
 }
 
 namespace {
@@ -351,11 +384,13 @@ int removeWith(Session &session, const std::string &id, const std::vector<std::s
     mod.body.req.minNumProcs = count;
     mod.body.req.maxNumProcs = 0;
     mod.body.req.timeWindow = heapText(ent->timeWindow ? ent->timeWindow : "");
+    session.beginChange();
     qob_errno = 0;
     int removed = RsvTimeTbl_removeHosts(session.table(), mod.get(), &set.tab, rmFlags);
     mod.sync();
     if (removed < 0)
-        refuse(qob_errno ? qob_errno : RSV_ERR_NOTHING_LEFT, ctx);
+        changeFailed(session, qob_errno ? qob_errno : RSV_ERR_NOTHING_LEFT, ctx);
+    session.changeSaved();
     return removed;
 }
 
@@ -400,9 +435,11 @@ std::string disableDays(Session &session, const std::string &id, const std::stri
     if (kind < 0)
         refuse(qob_errno ? qob_errno : RSV_ERR_BAD_DATE, ctx);
     std::string words = kind == 1 ? std::string(first) : fmt::format("{} - {}", first, last);
+    session.beginChange();
     qob_errno = 0;
     if (RsvTimeTbl_disableDays(session.table(), id.c_str(), dates.c_str()) != 0)
-        refuse(qob_errno ? qob_errno : RSV_ERR_BAD_DATE, ctx);
+        changeFailed(session, qob_errno ? qob_errno : RSV_ERR_BAD_DATE, ctx);
+    session.changeSaved();
     return words;
 }
 
@@ -413,9 +450,11 @@ void setDescription(Session &session, const std::string &id, const std::string &
     findEntry(session, id);
     ErrorContext ctx;
     ctx.rsvId = id;
+    session.beginChange();
     qob_errno = 0;
     if (RsvTimeTbl_setDescription(session.table(), id.c_str(), description.c_str()) != 0)
-        refuse(qob_errno ? qob_errno : RSV_ERR_NO_SUCH_RSV, ctx);
+        changeFailed(session, qob_errno ? qob_errno : RSV_ERR_NO_SUCH_RSV, ctx);
+    session.changeSaved();
 }
 
 } // namespace rsvctl

@@ -16,6 +16,7 @@
 
 #include "cli_error.h"
 #include "services.h"
+#include "signals.h"
 
 namespace rsvctl {
 
@@ -42,6 +43,19 @@ bool readWholeFile(const std::string &path, std::string &out)
     return !in.bad();
 }
 
+std::string directoryOf(const std::string &path)
+{
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+[[noreturn]] void notSavedError(const std::string &file, int err)
+{
+    fileError(fmt::format("state not saved: {}: {}", file, std::strerror(err)));
+}
+
 } // namespace
 
 std::string resolveStateDir(const std::string &fromOption)
@@ -64,42 +78,91 @@ const std::vector<std::string> &moduleLogLines()
     return logLines;
 }
 
-Session::Session(const std::string &stateDir)
-    : dir_(stateDir), stateFile_(stateDir + "/rsv.state"), clusterFile_(stateDir + "/hosts.conf"),
+void writeFileWhole(const std::string &path, const std::string &text)
+{
+    const std::string tmp = path + ".tmp";
+    auto failed = [&](int fd) {
+        const int err = errno;
+        if (fd >= 0)
+            close(fd);
+        unlink(tmp.c_str());
+        notSavedError(path, err);
+    };
+    const int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0)
+        failed(-1);
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t n = write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            failed(fd);
+        done += static_cast<size_t>(n);
+    }
+    if (fsync(fd) != 0)
+        failed(fd);
+    if (close(fd) != 0)
+        failed(-1);
+    if (rename(tmp.c_str(), path.c_str()) != 0)
+        failed(-1);
+    // The rename itself reaches the disk with the directory.
+    const int dirFd = open(directoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd < 0 || fsync(dirFd) != 0) {
+        const int err = errno;
+        if (dirFd >= 0)
+            close(dirFd);
+        notSavedError(path, err);
+    }
+    close(dirFd);
+}
+
+Session::Session(const std::string &stateDir, Access access)
+    : access_(access), dir_(stateDir), stateFile_(stateDir + "/rsv.state"), clusterFile_(stateDir + "/hosts.conf"),
       lockFile_(stateDir + "/rsv.lock")
 {
     // The module's id-file buffer holds a 1024-character state-file name.
     if (stateFile_.size() > 1000)
         fileError(fmt::format("state directory name too long: '{}'", dir_));
     struct stat st {};
-    if (stat(dir_.c_str(), &st) != 0) {
-        if (mkdir(dir_.c_str(), 0755) != 0)
-            fileError(fmt::format("cannot create state directory '{}': {}", dir_, std::strerror(errno)));
-        createdDir_ = true;
-    } else if (!S_ISDIR(st.st_mode)) {
+    bool exists = stat(dir_.c_str(), &st) == 0;
+    if (!exists && errno != ENOENT)
+        fileError(fmt::format("cannot use state directory '{}': {}", dir_, std::strerror(errno)));
+    if (exists && !S_ISDIR(st.st_mode))
         fileError(fmt::format("state directory '{}' is not a directory", dir_));
-    }
-    lockFd_ = open(lockFile_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (lockFd_ < 0) {
-        int saved = errno;
-        if (createdDir_)
-            rmdir(dir_.c_str());
-        fileError(fmt::format("cannot open lock file '{}': {}", lockFile_, std::strerror(saved)));
-    }
-    // Held for the whole load-change-write cycle, so two rsvctl processes on
-    // one directory never overwrite each other's change.
-    while (flock(lockFd_, LOCK_EX) != 0) {
-        if (errno != EINTR) {
-            int saved = errno;
-            close(lockFd_);
-            lockFd_ = -1;
-            fileError(fmt::format("cannot lock '{}': {}", lockFile_, std::strerror(saved)));
+
+    if (access_ == Access::Change) {
+        if (!exists) {
+            if (mkdir(dir_.c_str(), 0755) != 0)
+                fileError(fmt::format("cannot create state directory '{}': {}", dir_, std::strerror(errno)));
+            createdDir_ = true;
         }
+        lockFd_ = open(lockFile_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        if (lockFd_ < 0) {
+            int saved = errno;
+            if (createdDir_)
+                rmdir(dir_.c_str());
+            fileError(fmt::format("cannot open lock file '{}': {}", lockFile_, std::strerror(saved)));
+        }
+        // Held for the whole load-change-write cycle, so two rsvctl processes
+        // on one directory never overwrite each other's change.
+        lock(LOCK_EX);
+    } else if (exists) {
+        // A reader needs no write access: the lock file opened read-only is
+        // enough for flock. Where it is missing and cannot be made (a
+        // directory the user may only read), the reader goes on unlocked;
+        // saves replace whole files, so it still never sees a cut file.
+        lockFd_ = open(lockFile_.c_str(), O_RDONLY | O_CLOEXEC);
+        if (lockFd_ < 0 && errno == ENOENT)
+            lockFd_ = open(lockFile_.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
+        // Shared: readers run side by side, and a change waits for them (so
+        // a reader never pairs an old id file with a new state file).
+        if (lockFd_ >= 0)
+            lock(LOCK_SH);
     }
 
     try {
         std::string text;
-        if (access(clusterFile_.c_str(), F_OK) == 0) {
+        if (::access(clusterFile_.c_str(), F_OK) == 0) {
             if (!readWholeFile(clusterFile_, text))
                 fileError(fmt::format("cannot read cluster file '{}': {}", clusterFile_, std::strerror(errno)));
             cluster_ = Cluster::parse(text, clusterFile_);
@@ -111,6 +174,14 @@ Session::Session(const std::string &stateDir)
         table_ = RsvTimeTbl_new(stateFile_.c_str());
         if (!table_)
             fileError(fmt::format("cannot use state file '{}'", stateFile_));
+        idFile_ = table_->idFile ? table_->idFile : "";
+        stateExisted_ = ::access(stateFile_.c_str(), F_OK) == 0;
+        idsExisted_ = idFile_.empty() || ::access(idFile_.c_str(), F_OK) == 0;
+        // Every change is all or nothing: saved whole, or memory and both
+        // files left as they were and the command fails with status 3. Set
+        // before the load, so that the id file's counters are kept.
+        if (RsvTimeTbl_setDurable(table_, 1) < 0)
+            fileError(fmt::format("cannot use state file '{}': out of memory", stateFile_));
         int restored = RsvTimeTbl_load(table_, &numRejected_);
         if (restored < 0)
             fileError(fmt::format("cannot read state file '{}': {}", stateFile_, std::strerror(errno)));
@@ -125,6 +196,22 @@ Session::~Session()
     release();
 }
 
+void Session::lock(int how)
+{
+    while (flock(lockFd_, how) != 0) {
+        if (errno != EINTR) {
+            int saved = errno;
+            close(lockFd_);
+            lockFd_ = -1;
+            if (createdDir_) {
+                unlink(lockFile_.c_str());
+                rmdir(dir_.c_str());
+            }
+            fileError(fmt::format("cannot lock '{}': {}", lockFile_, std::strerror(saved)));
+        }
+    }
+}
+
 void Session::release()
 {
     if (table_) {
@@ -132,8 +219,18 @@ void Session::release()
         table_ = nullptr;
         uninstallServices();
     }
+    if (changeBegun_ && !changeSaved_) {
+        // A failed save of a table that had no files yet writes the empty
+        // table back instead of leaving none: remove what was not there.
+        if (!stateExisted_)
+            unlink(stateFile_.c_str());
+        if (!idsExisted_)
+            unlink(idFile_.c_str());
+        if (wroteCluster_)
+            unlink(clusterFile_.c_str());
+    }
     if (lockFd_ >= 0) {
-        if (!committed_ && createdDir_) {
+        if (!changeSaved_ && createdDir_) {
             unlink(lockFile_.c_str());
             rmdir(dir_.c_str());
         }
@@ -150,23 +247,31 @@ void Session::requireWritableState() const
                               numRejected_, stateFile_));
 }
 
-void Session::commit()
+void Session::beginChange()
 {
-    if (builtInCluster_) {
-        // Written under a temporary name and renamed, so a reader never sees
-        // half a cluster file.
-        std::string tmp = clusterFile_ + ".new";
-        {
-            std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-            out << demoClusterText();
-            if (!out)
-                fileError(fmt::format("cannot write cluster file '{}'", tmp));
-        }
-        if (std::rename(tmp.c_str(), clusterFile_.c_str()) != 0)
-            fileError(fmt::format("cannot write cluster file '{}': {}", clusterFile_, std::strerror(errno)));
-        builtInCluster_ = false;
+    if (access_ != Access::Change)
+        throw std::logic_error("rsvctl: a change in a read-only session");
+    holdChangeSignals();
+    changeBegun_ = true;
+    // The change is booked on the built-in cluster: write it first, so the
+    // saved reservations never name hosts of a cluster file that is missing.
+    // Removed again when the change is not saved (also when the write
+    // failed after its rename).
+    if (builtInCluster_ && !wroteCluster_) {
+        wroteCluster_ = true;
+        writeFileWhole(clusterFile_, demoClusterText());
     }
-    committed_ = true;
+}
+
+void Session::notSaved() const
+{
+    const int fallback = errno;
+    const char *file = nullptr;
+    const char *step = nullptr;
+    int err = RsvTimeTbl_lastSaveError(table_, &file, &step);
+    if (err == 0)
+        err = fallback != 0 ? fallback : EIO;
+    notSavedError(file && *file ? std::string(file) : stateFile_, err);
 }
 
 } // namespace rsvctl

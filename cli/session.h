@@ -19,16 +19,29 @@ std::string resolveStateDir(const std::string &fromOption);
 void installLogSink(bool verbose);
 const std::vector<std::string> &moduleLogLines();
 
+// Write `text` to `path` as a whole: a temporary "<path>.tmp" in the same
+// directory, fsynced, renamed over `path`, and the directory fsynced. On
+// failure the temporary is removed, `path` is as it was, and a CliError
+// (status 3) says "state not saved: <path>: <reason>".
+void writeFileWhole(const std::string &path, const std::string &text);
+
+// What a command does with the state directory.
+enum class Access {
+    Read,   // shared lock; creates and writes nothing (list, show, planner, hosts, check)
+    Change  // exclusive lock; creates the directory when needed
+};
+
 class Session {
 public:
-    // Take the directory's exclusive lock (creating the directory if needed),
-    // read hosts.conf (the built-in demo cluster when there is none), install
-    // the daemon services and load rsv.state. Throws CliError (status 3) for
-    // a file or configuration problem.
-    explicit Session(const std::string &stateDir);
-    // Releases the table and the lock. Without commit(), a directory this
-    // session created is removed again, so a failed first command leaves
-    // nothing behind.
+    // Lock the directory (see Access), read hosts.conf (the built-in demo
+    // cluster when there is none), install the daemon services, load
+    // rsv.state and switch the table to durable saving. Throws CliError
+    // (status 3) for a file or configuration problem.
+    Session(const std::string &stateDir, Access access);
+    // Releases the table and the lock. Unless a change was saved, what this
+    // session created (the directory, the cluster file, state files that
+    // were not there) is removed again, so a failed command leaves the
+    // directory as it found it.
     ~Session();
     Session(const Session &) = delete;
     Session &operator=(const Session &) = delete;
@@ -41,17 +54,32 @@ public:
     const std::string &clusterFile() const { return clusterFile_; }
     int numRejected() const { return numRejected_; }
     bool usingBuiltInCluster() const { return builtInCluster_; }
+    // Whether a lock is held (a read in a directory without a lock file that
+    // cannot be made goes on without one).
+    bool locked() const { return lockFd_ >= 0; }
 
     // A change would rewrite rsv.state from the table, dropping lines the
     // load could not read: refuse (status 3) while there are such lines.
     void requireWritableState() const;
 
-    // The command succeeded: write the demo cluster file if it was used.
-    void commit();
+    // Call right before the module call that changes the table: holds the
+    // termination signals until the result is printed, and writes the
+    // built-in cluster file when it is in use (the change is then booked on
+    // it). Only for Access::Change sessions.
+    void beginChange();
+
+    // The module saved a change: keep what this session created.
+    void changeSaved() { changeSaved_ = true; }
+
+    // The module answered RSV_ERR_NOT_SAVED: throw the status-3 error naming
+    // the file that could not be written and why.
+    [[noreturn]] void notSaved() const;
 
 private:
+    void lock(int how);
     void release();
 
+    Access access_;
     std::string dir_;
     std::string stateFile_;
     std::string clusterFile_;
@@ -59,7 +87,14 @@ private:
     int lockFd_ = -1;
     bool createdDir_ = false;
     bool builtInCluster_ = false;
-    bool committed_ = false;
+    bool wroteCluster_ = false;
+    bool changeBegun_ = false;
+    bool changeSaved_ = false;
+    // Whether rsv.state and rsv.ids were there at the load: a save that
+    // fails may still leave them, written back as the (empty) table.
+    bool stateExisted_ = false;
+    bool idsExisted_ = false;
+    std::string idFile_;
     Cluster cluster_;
     RsvTimeTbl *table_ = nullptr;
     int numRejected_ = 0;

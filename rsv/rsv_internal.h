@@ -52,6 +52,10 @@ struct TableSettings {
     int saveErrno = 0;
     std::string saveFile;
     const char *saveStep = "";
+    // Which of the two files (id file, state file) the last durable save
+    // found missing before it replaced them.
+    bool idFileWasMissing = false;
+    bool stateFileWasMissing = false;
 };
 // The settings of `tbl`, made on first use when `create`; NULL when absent
 // (or when memory runs out).

@@ -142,6 +142,13 @@ int RsvTimeTbl_saveDurably(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *s
         for (int i = 0; i < written - 1; ++i)
             ::unlink(targets[i].tmp.c_str());
     }
+    if (ok) {
+        // Noted before anything is replaced, so that a repair knows which
+        // files to take away again.
+        const bool hasIdFile = count == 2;
+        settings->idFileWasMissing = hasIdFile && ::access(targets[0].file, F_OK) != 0;
+        settings->stateFileWasMissing = ::access(targets[count - 1].file, F_OK) != 0;
+    }
     int renamed = 0;
     for (; ok && renamed < count; ++renamed) {
         if (::rename(targets[renamed].tmp.c_str(), targets[renamed].file) != 0) {
@@ -225,3 +232,35 @@ int RsvTimeTbl_lastSaveError(const RsvTimeTbl *tbl, const char **file, const cha
 }
 
 } // extern "C"
+
+namespace rsv {
+
+void RsvTimeTbl_repairFiles(RsvTimeTbl *tbl) noexcept
+{
+    TableSettings *settings = tableSettings(tbl, false);
+    if (!settings)
+        return;
+    TableSettings failed;
+    failed.saveErrno = settings->saveErrno;
+    failed.saveStep = settings->saveStep;
+    failed.saveFile.swap(settings->saveFile);
+    const bool idWasMissing = settings->idFileWasMissing;
+    const bool stateWasMissing = settings->stateFileWasMissing;
+    try {
+        if (RsvTimeTbl_saveDurably(tbl, nullptr, nullptr) == RSV_OK) {
+            Failure ignored;
+            if (idWasMissing && tbl->idFile && tbl->idFile[0] != '\0' && ::unlink(tbl->idFile) == 0)
+                syncDirectory(tbl->idFile, directoryOf(tbl->idFile), ignored);
+            if (stateWasMissing && ::unlink(tbl->stateFile) == 0)
+                syncDirectory(tbl->stateFile, directoryOf(tbl->stateFile), ignored);
+        }
+    } catch (const std::bad_alloc &) {
+        noteAllocationFailure();
+    }
+    // The failure reported is the change's, not the repair's.
+    settings->saveErrno = failed.saveErrno;
+    settings->saveStep = failed.saveStep;
+    settings->saveFile.swap(failed.saveFile);
+}
+
+} // namespace rsv

@@ -76,6 +76,12 @@ void RsvTimeTbl_writeStateText(RsvTimeTbl *tbl, const std::string &text) noexcep
 // a file was already replaced when the save failed.
 int RsvTimeTbl_saveDurably(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *skip, bool *replaced);
 
+// After a save that failed once a file was replaced: write the table (as it
+// was before the change) back durably, and remove again each file that did
+// not exist before that save. Best effort; the first failure stays the one
+// reported.
+void RsvTimeTbl_repairFiles(RsvTimeTbl *tbl) noexcept;
+
 } // namespace rsv
 
 #endif

@@ -251,22 +251,8 @@ int Change::finish(bool save) noexcept
             undo();
             // A file was already replaced: write back the table as it was,
             // so that both files match memory again.
-            if (replaced) {
-                TableSettings *settings = tableSettings(tbl_, false);
-                TableSettings failed;
-                if (settings) {
-                    failed.saveErrno = settings->saveErrno;
-                    failed.saveStep = settings->saveStep;
-                    failed.saveFile.swap(settings->saveFile);
-                }
-                RsvTimeTbl_saveDurably(tbl_, nullptr, nullptr);
-                // The failure reported is the change's, not the repair's.
-                if (settings) {
-                    settings->saveErrno = failed.saveErrno;
-                    settings->saveStep = failed.saveStep;
-                    settings->saveFile.swap(failed.saveFile);
-                }
-            }
+            if (replaced)
+                RsvTimeTbl_repairFiles(tbl_);
             errno = savedErrno;
             qob_errno = status;
             return status;

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -36,25 +37,49 @@ int tempFile()
     return fd;
 }
 
+void closeAll(Running &r)
+{
+    for (int *fd : {&r.outFd, &r.errFd, &r.inFd}) {
+        if (*fd >= 0)
+            close(*fd);
+        *fd = -1;
+    }
+}
+
 } // namespace
 
-RunResult runRsvctl(const std::vector<std::string> &args, long long now, const std::string &tz,
+Running startRsvctl(const std::vector<std::string> &args, long long now, const std::string &tz,
                     const RunOptions &options)
 {
-    RunResult result;
-    int outFd = tempFile(), errFd = tempFile(), inFd = tempFile();
-    if (outFd < 0 || errFd < 0 || inFd < 0)
-        return result;
-    if (!options.input.empty() && write(inFd, options.input.data(), options.input.size()) < 0)
-        return result;
-    lseek(inFd, 0, SEEK_SET);
+    Running r;
+    r.outFd = tempFile();
+    r.errFd = tempFile();
+    r.inFd = tempFile();
+    if (r.outFd < 0 || r.errFd < 0 || r.inFd < 0) {
+        closeAll(r);
+        return r;
+    }
+    if (!options.input.empty() && write(r.inFd, options.input.data(), options.input.size()) < 0) {
+        closeAll(r);
+        return r;
+    }
+    lseek(r.inFd, 0, SEEK_SET);
+    // Everything the child needs is made before the fork.
+    std::vector<std::string> words = options.wrapper;
+    words.push_back(RSVCTL_PATH);
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char *> argv;
+    for (auto &w : words)
+        argv.push_back(w.data());
+    argv.push_back(nullptr);
+    const std::string nowText = std::to_string(now);
     pid_t pid = fork();
     if (pid == 0) {
-        dup2(inFd, 0);
-        dup2(outFd, 1);
-        dup2(errFd, 2);
+        dup2(r.inFd, 0);
+        dup2(r.outFd, 1);
+        dup2(r.errFd, 2);
         setenv("TZ", tz.c_str(), 1);
-        setenv("RSVCTL_NOW", std::to_string(now).c_str(), 1);
+        setenv("RSVCTL_NOW", nowText.c_str(), 1);
         unsetenv("RSV_STATE_DIR");
         unsetenv("NO_COLOR");
         for (const auto &name : options.unset)
@@ -63,25 +88,49 @@ RunResult runRsvctl(const std::vector<std::string> &args, long long now, const s
             setenv(name.c_str(), value.c_str(), 1);
         if (!options.cwd.empty() && chdir(options.cwd.c_str()) != 0)
             _exit(126);
-        std::vector<char *> argv;
-        std::string program = RSVCTL_PATH;
-        argv.push_back(program.data());
-        std::vector<std::string> copies = args;
-        for (auto &a : copies)
-            argv.push_back(a.data());
-        argv.push_back(nullptr);
-        execv(program.c_str(), argv.data());
+        execvp(argv[0], argv.data());
         _exit(127);
     }
-    int wstatus = 0;
-    waitpid(pid, &wstatus, 0);
-    result.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
-    result.out = slurp(outFd);
-    result.err = slurp(errFd);
-    close(outFd);
-    close(errFd);
-    close(inFd);
+    r.pid = pid;
+    return r;
+}
+
+RunResult finish(Running &running)
+{
+    RunResult result;
+    if (running.pid > 0) {
+        int wstatus = 0;
+        while (waitpid(running.pid, &wstatus, 0) < 0 && errno == EINTR) {
+        }
+        result.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+        result.signal = WIFSIGNALED(wstatus) ? WTERMSIG(wstatus) : 0;
+        result.out = slurp(running.outFd);
+        result.err = slurp(running.errFd);
+    }
+    running.pid = -1;
+    closeAll(running);
     return result;
+}
+
+RunResult runRsvctl(const std::vector<std::string> &args, long long now, const std::string &tz,
+                    const RunOptions &options)
+{
+    Running r = startRsvctl(args, now, tz, options);
+    return finish(r);
+}
+
+RunOptions withFault(const std::string &library, const std::string &fault, const std::string &dir,
+                     const std::string &log)
+{
+    RunOptions options;
+    options.env["LD_PRELOAD"] = library;
+    options.env["RSV_IOFAULT"] = fault;
+    options.env["RSV_IOFAULT_DIR"] = dir;
+    options.env["RSV_IOFAULT_LOG"] = log;
+    const char *asan = std::getenv("ASAN_OPTIONS");
+    std::string value = asan && *asan ? std::string(asan) + ":" : "";
+    options.env["ASAN_OPTIONS"] = value + "verify_asan_link_order=0";
+    return options;
 }
 
 std::map<std::string, std::string> snapshot(const std::string &dir)
@@ -99,6 +148,13 @@ std::map<std::string, std::string> snapshot(const std::string &dir)
     }
     closedir(d);
     return files;
+}
+
+void restore(const std::string &dir, const std::map<std::string, std::string> &files)
+{
+    mkdir(dir.c_str(), 0755);
+    for (const auto &[name, contents] : files)
+        rsvtest::writeFile(dir + "/" + name, contents);
 }
 
 std::vector<std::string> lines(const std::string &text)

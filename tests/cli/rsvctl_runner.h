@@ -3,6 +3,8 @@
 #ifndef RSVCTL_RUNNER_H
 #define RSVCTL_RUNNER_H
 
+#include <sys/types.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -11,6 +13,7 @@ namespace rsvctltest {
 
 struct RunResult {
     int status = -1;  // exit status, or -1 when killed by a signal
+    int signal = 0;   // the signal that ended it, or 0
     std::string out;
     std::string err;
 };
@@ -20,6 +23,7 @@ struct RunOptions {
     std::map<std::string, std::string> env;  // set on top of the pinned ones
     std::vector<std::string> unset;          // removed from the environment
     std::string input;                       // standard input
+    std::vector<std::string> wrapper;        // a command rsvctl runs under (such as setpriv ...)
 };
 
 // Run rsvctl with `args` (without the program name). TZ and RSVCTL_NOW come
@@ -28,8 +32,28 @@ struct RunOptions {
 RunResult runRsvctl(const std::vector<std::string> &args, long long now, const std::string &tz = "UTC",
                     const RunOptions &options = {});
 
+// The same, started in the background: `finish` waits for it.
+struct Running {
+    pid_t pid = -1;
+    int outFd = -1;
+    int errFd = -1;
+    int inFd = -1;
+};
+Running startRsvctl(const std::vector<std::string> &args, long long now, const std::string &tz = "UTC",
+                    const RunOptions &options = {});
+RunResult finish(Running &running);
+
+// Options that preload the I/O fault layer at `library` into rsvctl with
+// the fault text `fault` (RSV_IOFAULT form) under `dir`, logging to `log`. Under
+// AddressSanitizer the link-order check is switched off, as preloading needs.
+RunOptions withFault(const std::string &library, const std::string &fault, const std::string &dir,
+                     const std::string &log);
+
 // Every regular file of `dir` with its contents.
 std::map<std::string, std::string> snapshot(const std::string &dir);
+
+// Write every file of a snapshot into `dir` (made if missing).
+void restore(const std::string &dir, const std::map<std::string, std::string> &files);
 
 // Split text into lines (without the newlines).
 std::vector<std::string> lines(const std::string &text);

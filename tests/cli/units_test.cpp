@@ -1,11 +1,13 @@
 // Unit tests of rsvctl's own pieces: the line for every module error number,
-// time and window parsing, the cluster file and aligned columns.
+// time and window parsing, the cluster file, aligned columns and the
+// comparison of a table with the one its files read back to.
 #include <gtest/gtest.h>
 
 #include "cli_error.h"
 #include "cluster.h"
 #include "qob.rsvimpl.h"
 #include "rsv_test_support.h"
+#include "table_compare.h"
 #include "table_format.h"
 #include "timeparse.h"
 
@@ -198,6 +200,107 @@ TEST(TextTable, AlignsAndTrims)
     t.addRow({"a", "10", ""});
     t.addRow({"long-name", "2", "x"});
     EXPECT_EQ(t.render("  "), "  NAME        N  NOTE\n  a          10\n  long-name   2  x\n");
+}
+
+// ---------------------------------------------------------------- tables
+
+constexpr time_t kWed1000 = 1794996000;  // Wed 2026-11-18 10:00 UTC
+constexpr time_t kThu0900 = 1795078800;  // Thu 2026-11-19 09:00 UTC
+
+// Two tables made the same way, each with its own state file; the owner
+// counters start from zero for each, as in two processes.
+class TableCompare : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        daemon.addHost("alpha", 8);
+        daemon.addHost("beta", 4);
+    }
+    void TearDown() override
+    {
+        RsvTimeTbl_free(memory);
+        RsvTimeTbl_free(disk);
+    }
+
+    RsvTimeTbl *make(const std::string &name, bool withExtra)
+    {
+        RsvId_clearTbl();
+        RsvTimeTbl *tbl = RsvTimeTbl_new(tmp.file(name).c_str());
+        add(tbl, "a", {"alpha"}, rsvtest::oneOff(kThu0900, kThu0900 + 3600), 0, "first");
+        add(tbl, "b", {"beta"}, "22:0-6:0", RSV_OPT_RECURRING, nullptr);
+        if (withExtra)
+            add(tbl, "c", {"alpha", "beta"}, rsvtest::oneOff(kThu0900 + 7200, kThu0900 + 9000), 0, nullptr);
+        return tbl;
+    }
+
+    static void add(RsvTimeTbl *tbl, const std::string &owner, const std::vector<std::string> &hosts,
+                    const std::string &window, int options, const char *description)
+    {
+        rsvtest::OwnedReq req(options, owner, 2, 2, hosts, window, description);
+        char *id = RsvTimeTbl_addEntry(tbl, &req.req);
+        ASSERT_NE(id, nullptr) << qob_errno;
+        std::free(id);
+    }
+
+    rsvtest::ScopedTz tz{"UTC"};
+    rsvtest::PinnedClock clock{kWed1000};
+    rsvtest::LogCapture log;
+    rsvtest::FakeDaemon daemon;
+    rsvtest::TempDir tmp;
+    RsvTimeTbl *memory = nullptr;
+    RsvTimeTbl *disk = nullptr;
+};
+
+TEST_F(TableCompare, TablesMadeAlikeHaveNoDifference)
+{
+    memory = make("m.state", true);
+    disk = make("d.state", true);
+    EXPECT_EQ(stateLines(memory).size(), 3u);
+    EXPECT_EQ(tableDifferences(memory, disk), std::vector<std::string>{});
+}
+
+TEST_F(TableCompare, AReservationOnlyInMemoryIsNamedWithItsBookings)
+{
+    memory = make("m.state", true);
+    disk = make("d.state", false);
+    std::vector<std::string> d = tableDifferences(memory, disk);
+    // c#0 takes its two slots on alpha, the first host asked.
+    EXPECT_EQ(d, (std::vector<std::string>{"only in memory: c#0", "planner cells of alpha differ in the week of "
+                                                                  "2026-11-15 (day 4, 11:00: 2 in memory, 0 on disk)"}));
+    // The other way round, the same reservation is only on disk.
+    EXPECT_EQ(tableDifferences(disk, memory)[0], "only on disk: c#0");
+}
+
+TEST_F(TableCompare, AReservationWrittenDifferentlyIsNamed)
+{
+    memory = make("m.state", false);
+    disk = make("d.state", false);
+    ASSERT_EQ(RsvTimeTbl_setDescription(disk, "a#0", "changed"), 0);
+    EXPECT_EQ(tableDifferences(memory, disk), std::vector<std::string>{"written differently: a#0"});
+}
+
+TEST_F(TableCompare, ACellChangedByHandIsFound)
+{
+    memory = make("m.state", false);
+    disk = make("d.state", false);
+    RsvWeek week{};
+    RsvTime_toWeek(kThu0900, &week);
+    ResPlanner *p = rsvtest::findPlanner(disk, "alpha", week);
+    ASSERT_NE(p, nullptr);
+    p->slots[6][0].reserved += 1;
+    EXPECT_EQ(tableDifferences(memory, disk),
+              std::vector<std::string>{"planner cells of alpha differ in the week of 2026-11-15 (day 6, 00:00: 0 in "
+                                       "memory, 1 on disk)"});
+}
+
+TEST_F(TableCompare, EmptyPlannersLeftByARemovalAreNoDifference)
+{
+    memory = make("m.state", true);
+    disk = make("d.state", false);
+    ASSERT_EQ(RsvTimeTbl_removeEntry(memory, "c#0"), 0);
+    // The memory table keeps the planners c#0 made; a table loaded from the
+    // files would not have them, and neither holds a booking there.
+    EXPECT_EQ(tableDifferences(memory, disk), std::vector<std::string>{});
 }
 
 } // namespace

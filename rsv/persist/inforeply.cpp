@@ -159,6 +159,10 @@ int fillInfoEnt(RsvInfoEnt &info, const char *key, RsvEnt *ent)
             auto *dd = reinterpret_cast<RsvDisableDuration *>(e);
             char *text = nullptr;
             setCalendarDayDuration(&dd->firstDay, &dd->lastDay, &text);
+            // A missing text would end the array early and hide the ones
+            // after it from the release.
+            if (!text)
+                return RSV_ERR_NO_MEMORY;
             info.disabledDurations[n++] = text;
         }
         info.disabledDurations[n] = nullptr;
@@ -171,7 +175,11 @@ int fillInfoEnt(RsvInfoEnt &info, const char *key, RsvEnt *ent)
     std::memcpy(creator, ent->creator, sizeof ent->creator);
     creator[sizeof ent->creator] = '\0';
     info.creator = copyText(creator);
-    return RSV_OK;
+    // Every text the entry has must be in the reply.
+    const bool copied = (!key || info.rsvId) && (!ent->name || info.name) && (!ent->timeWindow || info.timeWindow) &&
+                        (!ent->description || info.description) && (!ent->timeDuration || info.timeDuration) &&
+                        info.creator;
+    return copied ? RSV_OK : RSV_ERR_NO_MEMORY;
 }
 
 } // namespace

@@ -623,16 +623,15 @@ private:
         ent_->disabledDurations = listCreate("disabledDurations");
         if (!ent_->disabledDurations) {
             logAllocFailure(kReader, "listCreate");
+            qob_errno = RSV_ERR_NO_MEMORY;
             return ReadStatus::Failed;
         }
         for (int i = 0; i < numDurations; ++i) {
             cursor_.advance(lastConsumed_ + 1);
             rsv::CPtr<RsvDisableDuration> dd(
                 static_cast<RsvDisableDuration *>(rsv::allocRecord(1, sizeof(RsvDisableDuration), kReader)));
-            if (!dd) {
-                logAllocFailure(kReader, "calloc");
-                return ReadStatus::Failed;
-            }
+            if (!dd)
+                return noMemory();
             Scan days(cursor_.get());
             days.integer(&dd->firstDay.mday)
                 .integer(&dd->firstDay.wday)

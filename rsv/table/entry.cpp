@@ -127,7 +127,8 @@ int isRsvActive(const RsvEnt *ent)
 // RsvTimeTbl_activate for the outcome).
 void setRsvActive(RsvTimeTbl *tbl, RsvEnt *ent)
 {
-    RsvTimeTbl_activate(tbl, ent);
+    if (ent)
+        RsvTimeTbl_activate(tbl, ent);
 }
 
 // Marks the entry inactive. The state file is rewritten only when activeTime
@@ -135,7 +136,8 @@ void setRsvActive(RsvTimeTbl *tbl, RsvEnt *ent)
 // NULL entry: nothing. NULL table: the state changes, no file is written.
 void setRsvInactive(RsvTimeTbl *tbl, RsvEnt *ent)
 {
-    RsvTimeTbl_deactivate(tbl, ent);
+    if (ent)
+        RsvTimeTbl_deactivate(tbl, ent);
 }
 
 int RsvTimeTbl_activate(RsvTimeTbl *tbl, RsvEnt *ent)

@@ -280,6 +280,36 @@ TEST_F(InfoReplyTest, DisabledDurationsBecomeANullTerminatedTextArray)
     EXPECT_EQ(std::string(texts[1]), "Tue Dec 10 2030 - Thu Dec 12 2030");
 }
 
+// Every allocation failing in turn: a reply that reports success holds every
+// text its entry has, and a failed one is still released whole.
+TEST_F(InfoReplyTest, EveryShortageIs55AndASuccessIsComplete)
+{
+    RsvEnt *ent = addEntry(tbl.get(), "alice#1", {{"hostB", 2}}, {}, RSV_OPT_RECURRING, "8:0-17:0");
+    ent->description = strdup("text");
+    addDisabled(ent, 1, 2);
+    addDisabled(ent, 5, 6);
+    for (int n = 0; n < 60; ++n) {
+        daemon.failAfter(n);
+        ReplyGuard g;
+        const int result = RsvTimeTbl_ToRsvInfoReply(tbl.get(), &g.reply);
+        daemon.failAfter(-1);
+        if (result != RSV_OK) {
+            EXPECT_EQ(result, RSV_ERR_NO_MEMORY) << "allocation " << n;
+            continue;
+        }
+        const RsvInfoEnt &info = g.reply.rsvInfo[0];
+        EXPECT_STREQ(info.rsvId, "alice#1");
+        EXPECT_STREQ(info.timeWindow, "8:0-17:0");
+        EXPECT_STREQ(info.description, "text");
+        ASSERT_NE(info.disabledDurations, nullptr);
+        EXPECT_NE(info.disabledDurations[0], nullptr);
+        EXPECT_NE(info.disabledDurations[1], nullptr);
+        EXPECT_EQ(info.disabledDurations[2], nullptr);
+        return;
+    }
+    FAIL() << "never succeeded";
+}
+
 TEST_F(InfoReplyTest, FailedDisabledDurationArrayIs55AndThePartialReplyReleasesCleanly)
 {
     addEntry(tbl.get(), "alice#0", {{"hostA", 2}});

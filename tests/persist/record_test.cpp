@@ -532,6 +532,9 @@ TEST_F(RecordTest, ReaderSurvivesEveryAllocationFailure)
             EXPECT_EQ(ent->activeTime, 9);
             return;
         }
+        // Every shortage is told as one, the disabled durations' included.
+        EXPECT_EQ(qob_errno, RSV_ERR_NO_MEMORY) << "allocation " << n;
+        qob_errno = 0;
     }
     FAIL() << "never succeeded";
 }

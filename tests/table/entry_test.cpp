@@ -277,9 +277,12 @@ TEST(SetRsvActive, NullEntryChangesNothingAndWritesNothing)
     FakeDaemon daemon;
     TempDir dir;
     TblPtr tbl(RsvTimeTbl_new(dir.file("rsv.state").c_str()));
+    qob_errno = 0;
     setRsvActive(tbl.get(), nullptr);
     setRsvInactive(tbl.get(), nullptr);
     EXPECT_FALSE(fileExists(dir.file("rsv.state")));
+    EXPECT_EQ(qob_errno, 0);
+    EXPECT_EQ(RsvTimeTbl_activate(tbl.get(), nullptr), RSV_ERR_BAD_ARGUMENT);
 }
 
 TEST(SetRsvInactive, NeverActivatedEntryBecomesInactiveWithoutAWrite)

@@ -57,6 +57,8 @@ bool RsvId_appendFileText(std::string &out);
 // Append the record text of `ent` (what RsvEnt_ToString returns) to `out`.
 // Throws std::bad_alloc.
 void RsvEnt_appendRecord(const RsvEnt *ent, std::string &out);
+// The same for `count` entries, each followed by a line feed.
+void RsvEnt_appendRecords(const RsvEnt *const *ents, size_t count, std::string &out);
 
 // The state file's text, byte for byte what RsvTimeTbl_logStat writes,
 // leaving out the entries of `skip` (may be NULL). False when a record

@@ -265,7 +265,18 @@ inline bool isNamedElement(const AllocElem &elem) { return elem.hostName && elem
 // the state file and lose the reservation at the next start.
 void quoteDescription(char *out, size_t size, const char *description)
 {
-    std::snprintf(out, size, " \"%s\"", description);
+    // " \"%s\"" cut to `size`, without a format parse: every record of a
+    // state file passes here.
+    if (size == 0)
+        return;
+    const char *parts[] = {" \"", description, "\""};
+    size_t at = 0;
+    for (const char *part : parts) {
+        const size_t n = std::min(std::strlen(part), size - 1 - at);
+        std::memcpy(out + at, part, n);
+        at += n;
+    }
+    out[at] = '\0';
     for (char *c = out; *c; ++c)
         if (*c == '\n' || *c == '\r')
             *c = ' ';
@@ -275,7 +286,9 @@ void quoteDescription(char *out, size_t size, const char *description)
 // growth steps and their messages.
 class BufferSink {
 public:
+    using Piece = ::Piece;
     explicit BufferSink(RecordBuf &buf) : buf_(buf) {}
+    Piece piece() { return Piece(); }
     bool reserve(int need, int by, int messageNumber) { return buf_.reserve(need, by, messageNumber); }
     int size() const { return buf_.size(); }
     void append(std::string_view piece) { buf_.append(piece); }
@@ -297,24 +310,75 @@ private:
 };
 
 // The state file's writer: records appended to one text, no buffer of
-// their own. Throws std::bad_alloc.
+// their own. The text is grown in large steps and written through a plain
+// cursor, since a durable save writes every record of the table. Throws
+// std::bad_alloc.
 class TextSink {
 public:
-    explicit TextSink(std::string &out) : out_(out) {}
+    // Pieces go straight into the text: nothing to reserve, nothing to copy.
+    class Piece {
+    public:
+        explicit Piece(TextSink &sink) : sink_(sink) {}
+        Piece &text(std::string_view s)
+        {
+            sink_.put(s.data(), s.size());
+            return *this;
+        }
+        Piece &word(std::string_view s)
+        {
+            char *at = sink_.room(s.size() + 1);
+            *at = ' ';
+            std::memcpy(at + 1, s.data(), s.size());
+            return *this;
+        }
+        Piece &blankNumber(long long n)
+        {
+            char *at = sink_.room(24);
+            *at = ' ';
+            auto res = std::to_chars(at + 1, at + 24, n);
+            sink_.unused(static_cast<size_t>(at + 24 - res.ptr));
+            return *this;
+        }
+        std::string_view str() const { return {}; }
+        int need() const { return 1; }
+
+    private:
+        TextSink &sink_;
+    };
+
+    explicit TextSink(std::string &out) : out_(out), len_(out.size()) {}
+    ~TextSink() { out_.resize(len_); }
+    TextSink(const TextSink &) = delete;
+    TextSink &operator=(const TextSink &) = delete;
+
+    Piece piece() { return Piece(*this); }
     bool reserve(int, int, int) { return true; }
-    int size() const { return static_cast<int>(out_.size()); }
-    void append(std::string_view piece) { out_ += piece; }
+    int size() const { return static_cast<int>(len_); }
+    void append(std::string_view piece) { put(piece.data(), piece.size()); }
     bool description(const char *text, int need)
     {
-        const size_t at = out_.size();
-        out_.resize(at + static_cast<size_t>(need));
-        quoteDescription(out_.data() + at, static_cast<size_t>(need), text);
-        out_.resize(at + std::strlen(out_.data() + at));
+        char *at = room(static_cast<size_t>(need));
+        quoteDescription(at, static_cast<size_t>(need), text);
+        unused(static_cast<size_t>(need) - std::strlen(at));
         return true;
     }
 
 private:
+    // `n` more bytes at the end of the text, to be written by the caller.
+    char *room(size_t n)
+    {
+        if (len_ + n > out_.size())
+            out_.resize(std::max(out_.size() * 2, len_ + n + 4096));
+        char *at = out_.data() + len_;
+        len_ += n;
+        return at;
+    }
+    // Give back the last `n` bytes of a room that were not used.
+    void unused(size_t n) { len_ -= n; }
+    void put(const char *data, size_t n) { std::memcpy(room(n), data, n); }
+
     std::string &out_;
+    size_t len_;
 };
 
 template <typename Sink>
@@ -336,7 +400,7 @@ bool writeRecord(const RsvEnt *ent, Sink &sink)
         namedHosts += isNamedElement(ent->allocVector[i]);
 
     // "%s %d %d %s %s %s %d %d"; createTime is written as a 32-bit int.
-    Piece header;
+    auto header = sink.piece();
     header.text(orEmpty(ent->version))
         .blankNumber(static_cast<int>(ent->createTime))
         .blankNumber(ent->options)
@@ -355,7 +419,7 @@ bool writeRecord(const RsvEnt *ent, Sink &sink)
         const AllocElem &elem = ent->allocVector[i];
         if (!isNamedElement(elem))
             continue;
-        Piece piece;
+        auto piece = sink.piece();
         piece.word(elem.hostName).blankNumber(elem.numSlots);
         if (!sink.reserve(piece.need(), std::max(sink.size() / 2, piece.need()), 6108))
             return false;
@@ -366,7 +430,7 @@ bool writeRecord(const RsvEnt *ent, Sink &sink)
     // description; the reader recognises that case.
     if (!sink.reserve(kCreatorRoom, kCreatorRoom, 6109))
         return false;
-    sink.append(Piece().word(std::string_view(ent->creator, strnlen(ent->creator, kCreatorSize - 1))).str());
+    sink.append(sink.piece().word(std::string_view(ent->creator, strnlen(ent->creator, kCreatorSize - 1))).str());
 
     const char *description = ent->description;
     const int descNeed = description ? static_cast<int>(std::strlen(description)) + kQuoteRoom : kQuoteRoom;
@@ -393,7 +457,7 @@ bool writeDurationsAndActivation(const RsvEnt *ent, Sink &sink)
     } else {
         // Ten characters were set aside for the count, but a count of nine or
         // more digits needs more.
-        Piece count;
+        auto count = sink.piece();
         count.blankNumber(durations->numEnts);
         if (!sink.reserve(count.need(), count.need(), 6109))
             return false;
@@ -402,7 +466,7 @@ bool writeDurationsAndActivation(const RsvEnt *ent, Sink &sink)
         listIteratorAttach(&iter, durations);
         for (ListEntry *le = listIteratorGetCurEntry(&iter); le; le = listIteratorNext(&iter)) {
             const auto *dd = reinterpret_cast<const RsvDisableDuration *>(le);
-            Piece piece;
+            auto piece = sink.piece();
             piece.blankNumber(dd->firstDay.mday)
                 .blankNumber(dd->firstDay.wday)
                 .blankNumber(dd->firstDay.mon)
@@ -417,7 +481,7 @@ bool writeDurationsAndActivation(const RsvEnt *ent, Sink &sink)
         }
     }
 
-    Piece active;
+    auto active = sink.piece();
     active.blankNumber(ent->activeTime > 0 ? static_cast<int>(ent->activeTime) : 0);
     if (!sink.reserve(active.need(), active.need(), 6109))
         return false;
@@ -681,6 +745,15 @@ void RsvEnt_appendRecord(const RsvEnt *ent, std::string &out)
 {
     TextSink sink(out);
     writeRecord(ent, sink);
+}
+
+void RsvEnt_appendRecords(const RsvEnt *const *ents, size_t count, std::string &out)
+{
+    TextSink sink(out);
+    for (size_t i = 0; i < count; ++i) {
+        writeRecord(ents[i], sink);
+        sink.append("\n");
+    }
 }
 
 } // namespace rsv

@@ -223,6 +223,8 @@ void RsvTimeTbl_writeStateText(RsvTimeTbl *tbl, const std::string &text) noexcep
 
 bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip)
 {
+    std::vector<const RsvEnt *> written;
+    written.reserve(static_cast<size_t>(h_numEnts_(&tbl->entries)));
     HashIter iter;
     for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
         if (std::strchr(he->key, '@'))
@@ -230,9 +232,9 @@ bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::ve
         const auto *ent = static_cast<const RsvEnt *>(he->value);
         if (skip && std::find(skip->begin(), skip->end(), ent) != skip->end())
             continue;
-        RsvEnt_appendRecord(ent, out);
-        out += '\n';
+        written.push_back(ent);
     }
+    RsvEnt_appendRecords(written.data(), written.size(), out);
     return true;
 }
 

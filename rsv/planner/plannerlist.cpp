@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "planner_internal.h"
+#include "timewin/timewin_internal.h"
 #include "rsv_internal.h"
 
 namespace {
@@ -21,33 +22,6 @@ constexpr const char *kOpenEnd = "0:0:0";
 RsvWeek weekThisCall;           // Rsv_thisWeek's record
 char timexprBuffer[kTimexprSize]; // RsvTime_toVktTimexpr's buffer
 
-// Fill `week` with the Sunday-to-Saturday week whose Sunday is `sunday` (a
-// date integer).
-void weekFromSunday(int sunday, RsvWeek *week)
-{
-    const int saturday = nextDays(sunday, kDaysPerWeek - 1);
-    week->startDay = sunday % 100;
-    week->startWeekday = 0;
-    week->startMonth = sunday % 10000 / 100;
-    week->startYear = sunday / 10000;
-    week->endDay = saturday % 100;
-    week->endWeekday = 6;
-    week->endMonth = saturday % 10000 / 100;
-    week->endYear = saturday / 10000;
-}
-
-// The date integer of the Sunday that begins t's week; false when t has no
-// local time.
-bool sundayOf(time_t t, int *sunday)
-{
-    struct tm tm {};
-    if (!localtime_r(&t, &tm))
-        return false;
-    const int date = dateToInt(tm.tm_year + 1900, tm.tm_mon, tm.tm_mday);
-    *sunday = nextDays(date, -tm.tm_wday);
-    return true;
-}
-
 // Epoch seconds of a one-off window end. strtoll instead of atoi so that times
 // past 2038 are read whole; for every other text the value is atoi's.
 time_t epochOf(const char *text)
@@ -59,8 +33,6 @@ time_t epochOf(const char *text)
 
 extern "C" {
 
-// The zero week: the planner that holds recurring bookings for any week.
-const RsvWeek rsvWeekRecur = {0, 0, 0, 0, 0, 0, 0, 0};
 
 // The planner list of `hostName` (the name exactly as given is the key), made on
 // first use with the zero-week planner as its only element. The table owns the
@@ -198,7 +170,7 @@ RsvWeek *RsvTimeWindow_getWeeks(const char *timeWindow, int *numWeeks)
     // (or repeat one) and leave part of the window unbooked.
     const int firstSunday = nextDays(startDate, -startTm.tm_wday);
     for (int i = 0; i < count; ++i)
-        weekFromSunday(nextDays(firstSunday, i * kDaysPerWeek), &weeks[i]);
+        rsv::weekFromSunday(nextDays(firstSunday, i * kDaysPerWeek), &weeks[i]);
     *numWeeks = count;
     return weeks;
 }
@@ -260,20 +232,6 @@ int RsvWeek_equal(const RsvWeek *a, const RsvWeek *b)
         return a == b;
     return a->startDay == b->startDay && a->startWeekday == b->startWeekday && a->startMonth == b->startMonth &&
            a->startYear == b->startYear;
-}
-
-// Fill `week` with the local Sunday-to-Saturday week that contains t. A time
-// without a local calendar date gives the zero week.
-void RsvTime_toWeek(time_t t, RsvWeek *week)
-{
-    if (!week)
-        return;
-    int sunday = 0;
-    if (!sundayOf(t, &sunday)) {
-        *week = rsvWeekRecur;
-        return;
-    }
-    weekFromSunday(sunday, week);
 }
 
 // The week of the current time, in a module-level record that the next call

@@ -334,34 +334,6 @@ int addDurationToDisabledList(RsvEnt *ent, RsvDisableDuration *rec)
     return 0;
 }
 
-// As addDurationToDisabledList, with the entry's bookings taken out of every
-// host's planners first and put back afterwards, so that dated planners
-// leave the newly disabled days free. The planners are rebooked whatever the
-// result. -1 with qob_errno 52 on a NULL argument or a one-off entry (rec
-// stays the caller's, nothing changed).
-int RsvTimeTbl_addDurationToDisabledList(RsvTimeTbl *tbl, RsvEnt *ent, RsvDisableDuration *rec)
-{
-    if (tbl == nullptr || ent == nullptr || rec == nullptr || !isRecurring(ent))
-        return fail(RSV_ERR_BAD_ARGUMENT);
-
-    const int recurring = ent->options & RSV_OPT_RECURRING;
-    auto mapAll = [&](ResPlannerOp op) {
-        for (int i = 0; i < ent->numHosts && ent->allocVector != nullptr; ++i) {
-            const AllocElem &elem = ent->allocVector[i];
-            List *planners = RsvTimeTbl_getPlannerList(tbl, elem.hostName);
-            if (planners == nullptr)
-                continue;
-            ResPlannerList_map(planners, tbl, elem.hostName, ent->timeWindow, recurring, op, elem.numSlots, 0, ent);
-        }
-    };
-    mapAll(ResPlannerEnt_decr);
-    const int result = addDurationToDisabledList(ent, rec);
-    const int savedErrno = qob_errno;
-    mapAll(ResPlannerEnt_incr);
-    qob_errno = savedErrno;
-    return result;
-}
-
 // Drop every disabled duration that ended before the Sunday that starts the
 // previous week; a list left empty is destroyed. Durations of the previous
 // week are kept because the planners look one week back.

@@ -191,7 +191,7 @@ int isValidModTimeWindow(const char *newTimeWindow, RsvEnt *ent, int recurring)
         curEnd = Rsv_time2occur(curEndText, RSV_OCCUR_AFTER_TODAY);
     }
 
-    int active = isRsvActive(ent);
+    int active = (ent->state == RSV_STATE_ACTIVE);
     if (rsv::logOn(LC_RSV)) {
         char nowText[64];
         char curStartBuf[64];

@@ -1,0 +1,22 @@
+// timewin_internal.h: what the time-window units share with the units above
+// them and nothing else sees.
+#ifndef RSV_TIMEWIN_INTERNAL_H
+#define RSV_TIMEWIN_INTERNAL_H
+
+#include <ctime>
+
+#include "qob.rsvimpl.h"
+
+namespace rsv {
+
+// Fill `week` with the Sunday-to-Saturday week whose Sunday is `sunday` (a
+// date integer).
+void weekFromSunday(int sunday, RsvWeek *week);
+
+// The date integer of the Sunday that begins t's week; false when t has no
+// local time.
+bool sundayOf(time_t t, int *sunday);
+
+} // namespace rsv
+
+#endif

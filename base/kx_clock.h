@@ -8,6 +8,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default) /* the library's public surface */
+#endif
 
 /* The current time, from the installed clock (`time` by default). */
 time_t kx_now(void);
@@ -15,6 +18,9 @@ time_t kx_now(void);
 /* Replace the clock; NULL restores `time`. */
 void RsvMod_setClock(time_t (*now)(void));
 
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

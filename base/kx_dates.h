@@ -11,6 +11,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default) /* the library's public surface */
+#endif
 
 /* Parse a recurring time point: "H", "H:M" (daily; *day = 0) or "D:H:M"
  * (weekly; D 0..7, 0 and 7 both Sunday and returned as 7). H is 0..23, or 24
@@ -42,6 +45,9 @@ int dateToInt(int year, int mon, int mday);
  * ends included (1 when both lie in one week; 0 when end is before start). */
 int evalNumWeeks(int startDate, int endDate);
 
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

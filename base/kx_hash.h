@@ -11,6 +11,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default) /* the library's public surface */
+#endif
 
 typedef struct HashEnt {
     char *key;    /* the table's own copy */
@@ -88,6 +91,9 @@ int h_TabEmpty_(HashTab *tab);
 /* Number of entries (0 for NULL). */
 int h_numEnts_(HashTab *tab);
 
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

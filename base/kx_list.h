@@ -10,6 +10,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default) /* the library's public surface */
+#endif
 
 typedef struct ListEntry {
     struct ListEntry *forw;
@@ -74,6 +77,9 @@ ListEntry *listIteratorNext(ListIterator *iter);
 ListEntry *listIteratorPrev(ListIterator *iter);
 int listIteratorIsEndOfList(ListIterator *iter);
 
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

@@ -5,6 +5,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default) /* the library's public surface */
+#endif
 
 enum {
     KX_LOG_ERR = 3,
@@ -55,6 +58,9 @@ typedef void (*KxLogSink)(int level, const char *line);
  * so a caller can chain to it or put it back. */
 KxLogSink kx_setLogSink(KxLogSink sink);
 
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

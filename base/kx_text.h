@@ -5,6 +5,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default) /* the library's public surface */
+#endif
 
 /* 1 when `text` is a whole decimal number (an optional leading '+' or '-',
  * then one or more digits, within the range of int), else 0. */
@@ -22,6 +25,9 @@ int isdigitstr_(const char *text);
  * characters; `dst` must hold strlen(src) bytes. */
 int stripQStr(const char *src, char *dst);
 
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

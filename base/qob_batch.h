@@ -6,6 +6,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default) /* the library's public surface */
+#endif
 
 /* The last error number of a batch or reservation call. */
 extern int qob_errno;
@@ -20,6 +23,9 @@ typedef struct RsvExecCmd {
  * field that is already NULL, so the field may be freed again. */
 void qob_freeRsvExecCmd(RsvExecCmd **cmd);
 
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

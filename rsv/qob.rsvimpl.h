@@ -51,6 +51,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility push(default) /* the library's public surface */
+#endif
 
 /* ------------------------------------------------------------------------ */
 /* Constants                                                                */
@@ -355,6 +358,16 @@ typedef struct RsvFinishLog {
 
 /* The recurring (any-week) planner's week: all zero. */
 extern const RsvWeek rsvWeekRecur;
+
+/* The daemon's services as RsvMod_init copied them; every allocation, string
+ * copy and host or job look-up of the module goes through this table. */
+extern RsvMiscFuncs miscFuncs;
+
+/* The owner counters of the identifiers: owner name -> the last number
+ * handed out, kept as an int in the entry's value slot. Made on first use
+ * (NULL until then), shared by every table of the process, released only by
+ * RsvId_clearTbl. */
+extern HashTab *rsvIdTbl;
 
 /* ======================================================================== */
 /* Start-up                                                                 */
@@ -1219,6 +1232,9 @@ typedef void (*RsvVerifyProblem)(void *context, const char *problem);
  * (qob_errno RSV_ERR_NO_MEMORY). Changes nothing, writes nothing. */
 int RsvTimeTbl_verify(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context);
 
+#if defined(__GNUC__) || defined(__clang__)
+#pragma GCC visibility pop
+#endif
 #ifdef __cplusplus
 }
 #endif

@@ -12,7 +12,6 @@
 #include "persist_test_util.h"
 #include "rsv_test_support.h"
 
-extern "C" HashTab *rsvIdTbl;
 
 using namespace rsvtest;
 using namespace persisttest;

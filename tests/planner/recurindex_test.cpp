@@ -17,7 +17,6 @@
 #include "planner/planner_internal.h"
 #include "planner_test_util.h"
 
-extern "C" HashTab *rsvIdTbl;
 
 using namespace rsvtest;
 using plannertest::addAndBook;

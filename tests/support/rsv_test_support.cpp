@@ -11,7 +11,6 @@
 #include <fstream>
 #include <sstream>
 
-extern "C" HashTab *rsvIdTbl;
 
 namespace rsvtest {
 

@@ -12,7 +12,6 @@
 
 using namespace rsvtest;
 
-extern "C" HashTab *rsvIdTbl; // the module's owner counters
 
 namespace {
 

@@ -21,21 +21,6 @@ constexpr const char *kOpenEnd = "0:0:0";
 RsvWeek weekThisCall;           // Rsv_thisWeek's record
 char timexprBuffer[kTimexprSize]; // RsvTime_toVktTimexpr's buffer
 
-// Fill `week` with the Sunday-to-Saturday week whose Sunday is `sunday` (a
-// date integer).
-void weekFromSunday(int sunday, RsvWeek *week)
-{
-    const int saturday = nextDays(sunday, kDaysPerWeek - 1);
-    week->startDay = sunday % 100;
-    week->startWeekday = 0;
-    week->startMonth = sunday % 10000 / 100;
-    week->startYear = sunday / 10000;
-    week->endDay = saturday % 100;
-    week->endWeekday = 6;
-    week->endMonth = saturday % 10000 / 100;
-    week->endYear = saturday / 10000;
-}
-
 // The date integer of the Sunday that begins t's week; false when t has no
 // local time.
 bool sundayOf(time_t t, int *sunday)
@@ -56,6 +41,25 @@ time_t epochOf(const char *text)
 }
 
 } // namespace
+
+namespace rsv {
+
+// Fill `week` with the Sunday-to-Saturday week whose Sunday is `sunday` (a
+// date integer).
+void weekFromSunday(int sunday, RsvWeek *week)
+{
+    const int saturday = nextDays(sunday, kDaysPerWeek - 1);
+    week->startDay = sunday % 100;
+    week->startWeekday = 0;
+    week->startMonth = sunday % 10000 / 100;
+    week->startYear = sunday / 10000;
+    week->endDay = saturday % 100;
+    week->endWeekday = 6;
+    week->endMonth = saturday % 10000 / 100;
+    week->endYear = saturday / 10000;
+}
+
+} // namespace rsv
 
 extern "C" {
 
@@ -198,7 +202,7 @@ RsvWeek *RsvTimeWindow_getWeeks(const char *timeWindow, int *numWeeks)
     // (or repeat one) and leave part of the window unbooked.
     const int firstSunday = nextDays(startDate, -startTm.tm_wday);
     for (int i = 0; i < count; ++i)
-        weekFromSunday(nextDays(firstSunday, i * kDaysPerWeek), &weeks[i]);
+        rsv::weekFromSunday(nextDays(firstSunday, i * kDaysPerWeek), &weeks[i]);
     *numWeeks = count;
     return weeks;
 }
@@ -273,7 +277,7 @@ void RsvTime_toWeek(time_t t, RsvWeek *week)
         *week = rsvWeekRecur;
         return;
     }
-    weekFromSunday(sunday, week);
+    rsv::weekFromSunday(sunday, week);
 }
 
 // The week of the current time, in a module-level record that the next call

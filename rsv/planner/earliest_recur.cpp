@@ -1,0 +1,296 @@
+// earliest_recur.cpp: the earliest recurring window. The addition checks a
+// recurring window against every planner of each asked host (the recurring
+// planner and every dated one, whatever its week), so a host's count in a
+// cell is the largest of its planners' counts there. The cells a window
+// covers are the ones ResPlanner_map visits for its text; each host answers
+// the largest count over them from a sparse table of its 1,008 cells.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "earliest_internal.h"
+
+namespace rsv::fit {
+
+namespace {
+
+constexpr int kMinutesPerDay = 1440;
+constexpr int kMinutesPerWeek = 7 * kMinutesPerDay;
+constexpr int kLevels = 10; // 2^10 >= 1,008 cells
+// A daily window covers at most two runs of cells a day, a weekly one at
+// most one run a day.
+constexpr int kMostRanges = 2 * RSV_PLANNER_DAYS + 2;
+
+struct Range {
+    int first;
+    int last;
+};
+
+// One window tried: its text, its start and the runs of cells it covers.
+struct Window {
+    char text[40];
+    int startMinute;
+    int firstRange;
+    int numRanges;
+};
+
+// Gathers the cells ResPlanner_map visits, as runs in visiting order. A
+// fixed array: the operation runs inside a C-linkage call.
+struct Collector {
+    const ResPlannerEnt *base = nullptr;
+    Range ranges[kMostRanges];
+    int count = 0;
+    bool overflow = false;
+};
+
+int64_t collectCell(ResPlannerEnt *cell, int64_t arg)
+{
+    auto *c = reinterpret_cast<Collector *>(static_cast<intptr_t>(arg));
+    const int at = static_cast<int>(cell - c->base);
+    if (c->count > 0 && c->ranges[c->count - 1].last == at) {
+        ++c->ranges[c->count - 1].last;
+    } else if (c->count < kMostRanges) {
+        c->ranges[c->count++] = {at, at + 1};
+    } else {
+        c->overflow = true;
+    }
+    return 0;
+}
+
+// "D:H:M" with Sunday as 7, or "H:M", of a minute of the week or day.
+void pointText(int minute, bool weekly, char *out, size_t size)
+{
+    if (weekly) {
+        const int day = minute / kMinutesPerDay;
+        const int ofDay = minute % kMinutesPerDay;
+        std::snprintf(out, size, "%d:%d:%d", day == 0 ? 7 : day, ofDay / 60, ofDay % 60);
+    } else {
+        std::snprintf(out, size, "%d:%d", minute / 60, minute % 60);
+    }
+}
+
+// The module refuses a weekly window that ends on its start day at or
+// before its start (it would wrap through the whole week).
+bool validWeekly(int startMinute, int endMinute)
+{
+    return startMinute / kMinutesPerDay != endMinute / kMinutesPerDay ||
+           endMinute % kMinutesPerDay > startMinute % kMinutesPerDay;
+}
+
+// Every window of the form to try, in order from the day's or week's start,
+// with the cells the planners book for it. False when memory runs out.
+bool makeWindows(int form, int duration, std::vector<Window> &windows, std::vector<Range> &ranges)
+{
+    const bool weekly = form == RSV_FIT_WEEKLY;
+    const int period = weekly ? kMinutesPerWeek : kMinutesPerDay;
+    CPtr<ResPlanner> mask(newScratchPlanner());
+    if (!mask)
+        return false;
+    for (int start = 0; start < period; start += kCellSeconds / 60) {
+        const int end = (start + duration) % period;
+        if (weekly && !validWeekly(start, end))
+            continue;
+        Window w{};
+        char from[16];
+        char to[16];
+        pointText(start, weekly, from, sizeof from);
+        pointText(end, weekly, to, sizeof to);
+        std::snprintf(w.text, sizeof w.text, "%s-%s", from, to);
+        w.startMinute = start;
+        Collector collector;
+        collector.base = mask->slots[0];
+        ResPlanner_map(mask.get(), w.text, collectCell, static_cast<int64_t>(reinterpret_cast<intptr_t>(&collector)),
+                       nullptr);
+        if (collector.overflow)
+            continue; // no window of the two forms has that many runs
+        w.firstRange = static_cast<int>(ranges.size());
+        w.numRanges = collector.count;
+        ranges.insert(ranges.end(), collector.ranges, collector.ranges + collector.count);
+        windows.push_back(w);
+    }
+    return true;
+}
+
+// Visit each planner of the host's list as the addition reads it: the
+// changing reservation's slots taken out (in a copy). False when memory runs
+// out.
+template <typename Visit>
+bool eachPlanner(const AskedHost &host, const Changing *changing, ResPlanner *copy, Visit visit)
+{
+    if (!host.list)
+        return true; // the addition would find only a new, empty list
+    for (ListEntry *e = host.list->forw; e != reinterpret_cast<ListEntry *>(host.list); e = e->forw) {
+        const auto *planner = reinterpret_cast<const ResPlanner *>(e);
+        if (changing && changing->holds(planner, host.asked)) {
+            copy->week = planner->week;
+            std::memcpy(copy->slots, planner->slots, sizeof copy->slots);
+            if (!changing->release(copy, host.asked))
+                return false;
+            planner = copy;
+        }
+        visit(*planner);
+    }
+    return true;
+}
+
+// The largest count of each cell over the host's planners (at least 0, as
+// the addition never sees less), as a sparse table of maxima.
+class CellMaxima {
+public:
+    bool build(const AskedHost &host, const Changing *changing, ResPlanner *copy)
+    {
+        std::fill(std::begin(table_[0]), std::end(table_[0]), 0);
+        const bool ok = eachPlanner(host, changing, copy, [this](const ResPlanner &p) {
+            const ResPlannerEnt *cells = &p.slots[0][0];
+            for (int c = 0; c < kCellsPerWeek; ++c)
+                table_[0][c] = std::max(table_[0][c], cells[c].reserved);
+        });
+        for (int k = 1; k < kLevels; ++k)
+            for (int c = 0; c + (1 << k) <= kCellsPerWeek; ++c)
+                table_[k][c] = std::max(table_[k - 1][c], table_[k - 1][c + (1 << (k - 1))]);
+        return ok;
+    }
+    int over(const Range &r) const
+    {
+        int k = 0;
+        while ((2 << k) <= r.last - r.first)
+            ++k;
+        return std::max(table_[k][r.first], table_[k][r.last - (1 << k)]);
+    }
+    int cell(int c) const { return table_[0][c]; }
+
+private:
+    int table_[kLevels][kCellsPerWeek];
+};
+
+int usedOver(const CellMaxima &maxima, const Window &w, const std::vector<Range> &ranges)
+{
+    int used = 0;
+    for (int r = 0; r < w.numRanges; ++r)
+        used = std::max(used, maxima.over(ranges[static_cast<size_t>(w.firstRange + r)]));
+    return used;
+}
+
+// A host's use of one window: its most booked count, the first cell holding
+// it and the first planner (in list order) that holds it there.
+bool useOf(const AskedHost &host, const Changing *changing, ResPlanner *copy, const CellMaxima &maxima,
+           const Window &w, const std::vector<Range> &ranges, HostUse &use)
+{
+    use = HostUse{};
+    use.used = usedOver(maxima, w, ranges);
+    if (use.used == 0)
+        return true;
+    for (int r = 0; r < w.numRanges && use.cell < 0; ++r) {
+        const Range &range = ranges[static_cast<size_t>(w.firstRange + r)];
+        for (int c = range.first; c < range.last && use.cell < 0; ++c)
+            if (maxima.cell(c) == use.used)
+                use.cell = c;
+    }
+    bool seen = false;
+    return eachPlanner(host, changing, copy, [&](const ResPlanner &p) {
+        const ResPlannerEnt *cells = &p.slots[0][0];
+        if (!seen && cells[use.cell].reserved == use.used) {
+            use.week = p.week;
+            seen = true;
+        }
+    });
+}
+
+struct Totals {
+    std::vector<int64_t> total;
+    std::vector<char> refused;
+};
+
+// The first window that fits, else the first one with the most slots.
+size_t choose(const std::vector<Window> &windows, const Totals &t, const Rule &rule, bool &found, int &best)
+{
+    size_t chosen = 0;
+    best = -1;
+    found = false;
+    for (size_t i = 0; i < windows.size(); ++i) {
+        const int reached = t.refused[i] ? 0 : Rule::reservable(t.total[i]);
+        if (!t.refused[i] && rule.accepts(t.total[i])) {
+            found = true;
+            best = reached;
+            return i;
+        }
+        if (reached > best) {
+            best = reached;
+            chosen = i;
+        }
+    }
+    return chosen;
+}
+
+int answer(const std::vector<AskedHost> &hosts, const Changing *changing, const Rule &rule, int duration,
+           const std::vector<Window> &windows, const std::vector<Range> &ranges, const Totals &totals,
+           RsvFit *result)
+{
+    bool found = false;
+    int best = 0;
+    const size_t chosen = choose(windows, totals, rule, found, best);
+    const Window &w = windows[chosen];
+    result->bestTotal = best;
+    result->bestStart = static_cast<time_t>(w.startMinute) * 60;
+    CPtr<ResPlanner> copy(newScratchPlanner());
+    auto maxima = std::make_unique<CellMaxima>();
+    if (!copy)
+        return RSV_ERR_NO_MEMORY;
+    std::vector<HostUse> uses(hosts.size());
+    std::vector<int> avail(hosts.size());
+    for (size_t i = 0; i < hosts.size(); ++i) {
+        if (!maxima->build(hosts[i], changing, copy.get()) ||
+            !useOf(hosts[i], changing, copy.get(), *maxima, w, ranges, uses[i]))
+            return RSV_ERR_NO_MEMORY;
+        avail[i] = rule.offered(hosts[i].capacity, uses[i].used);
+    }
+    if (found) {
+        result->found = 1;
+        result->start = result->bestStart;
+        result->end = result->start + static_cast<time_t>(duration) * 60;
+        result->timeWindow = dupText(w.text);
+        if (!result->timeWindow || !fillAllocation(hosts, avail, rule, result))
+            return RSV_ERR_NO_MEMORY;
+        return RSV_OK;
+    }
+    bool ok = true;
+    const int limit = fillLimitHost(hosts, uses, rule, result, &ok);
+    if (!ok)
+        return RSV_ERR_NO_MEMORY;
+    if (limit >= 0 && uses[static_cast<size_t>(limit)].cell >= 0) {
+        result->limitCell = static_cast<time_t>(uses[static_cast<size_t>(limit)].cell) * kCellSeconds;
+        result->limitWeek = uses[static_cast<size_t>(limit)].week;
+    }
+    return RSV_OK;
+}
+
+} // namespace
+
+int searchRecurring(const std::vector<AskedHost> &hosts, const Rule &rule, const Changing *changing, int form,
+                    int durationMinutes, RsvFit *result)
+{
+    std::vector<Window> windows;
+    std::vector<Range> ranges;
+    if (!makeWindows(form, durationMinutes, windows, ranges))
+        return RSV_ERR_NO_MEMORY;
+    if (windows.empty())
+        return RSV_OK;
+    Totals totals{std::vector<int64_t>(windows.size(), 0), std::vector<char>(windows.size(), 0)};
+    CPtr<ResPlanner> copy(newScratchPlanner());
+    auto maxima = std::make_unique<CellMaxima>();
+    if (!copy)
+        return RSV_ERR_NO_MEMORY;
+    for (const AskedHost &host : hosts) {
+        if (!maxima->build(host, changing, copy.get()))
+            return RSV_ERR_NO_MEMORY;
+        for (size_t i = 0; i < windows.size(); ++i) {
+            const int used = usedOver(*maxima, windows[i], ranges);
+            totals.total[i] += rule.offered(host.capacity, used);
+            if (rule.system && used != 0)
+                totals.refused[i] = 1;
+        }
+    }
+    return answer(hosts, changing, rule, durationMinutes, windows, ranges, totals, result);
+}
+
+} // namespace rsv::fit

@@ -153,6 +153,88 @@ private:
     Kept kept_[kKept];
 };
 
+// Reads one host's cells in order through its book, a week at a time. Only
+// one reader may use a book: a reader keeps the week it is in.
+class CellReader {
+public:
+    explicit CellReader(HostBook &book) : book_(&book) {}
+    int at(int64_t cell)
+    {
+        const int64_t offset = cell - weekBase_;
+        if (week_ && offset >= 0 && offset < kCellsPerWeek)
+            return week_[offset].reserved;
+        return load(cell);
+    }
+    bool failed() const { return failed_; }
+    HostBook &book() { return *book_; }
+
+private:
+    int load(int64_t cell);
+    HostBook *book_;
+    int64_t weekBase_ = 0;
+    const ResPlannerEnt *week_ = nullptr;
+    bool failed_ = false;
+};
+
+// The most booked count over a window of one host's cells (at least 0, as
+// the addition sees it), kept in a monotonic queue of cells with falling
+// counts as the window moves forward; a window that jumps back or ahead
+// starts the queue again.
+class WindowMax {
+public:
+    explicit WindowMax(HostBook &book) : reader_(book) { grow(); }
+    int used(int64_t first, int64_t last);
+    bool failed() const { return reader_.failed(); }
+
+private:
+    void push(int64_t cell);
+    void grow();
+
+    CellReader reader_;
+    std::vector<int64_t> cells_; // ring of (cell, count), counts falling
+    std::vector<int> counts_;
+    size_t head_ = 0;
+    size_t size_ = 0;
+    size_t mask_ = 0;
+    int64_t first_ = INT64_MIN; // cells [first_, last_) have been pushed
+    int64_t last_ = INT64_MIN;
+};
+
+// The starts of a one-off search in time order: every 10-minute boundary of
+// the local clock in [notBefore, notAfter), each with the cells its window
+// covers.
+class Starts {
+public:
+    Starts(LocalClock &clock, time_t notBefore, time_t notAfter, time_t length)
+        : clock_(clock), from_(notBefore), notAfter_(notAfter), length_(length)
+    {
+    }
+    // The next start and its window's cells [first, last); false at the end
+    // of the range or when a time has no local time (failed()).
+    bool next(time_t &start, int64_t &first, int64_t &last);
+    // Pass over the starts after the current one whose windows still hold
+    // `cell` (the current window holds it), as far as the clock's offset
+    // stays the same for their starts and ends; the rest come from next().
+    void passOver(int64_t cell, int64_t first);
+    bool failed() const { return failed_; }
+
+private:
+    bool alignedFrom(time_t from, time_t &start);
+
+    LocalClock &clock_;
+    time_t from_;
+    time_t notAfter_;
+    time_t length_;
+    bool started_ = false;
+    bool failed_ = false;
+    time_t current_ = 0;
+    long startOffset_ = 0;
+    time_t startUntil_ = 0;
+    long endOffset_ = 0;
+    time_t endUntil_ = 0;
+    bool endKnown_ = false;
+};
+
 // Make a scratch planner (all cells 0) through the daemon's allocator.
 ResPlanner *newScratchPlanner();
 

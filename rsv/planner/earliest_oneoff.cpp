@@ -1,11 +1,18 @@
 // earliest_oneoff.cpp: the earliest one-off window. Every 10-minute boundary
 // of the local clock from notBefore on is a start; its window covers the
 // local clock cells from its start's cell up to its end rounded up, which is
-// exactly what the planners of its weeks book. Each asked host keeps the
-// most booked cell of the current window in a monotonic queue that moves
-// with the starts, so one start costs each host about one cell read;
-// starts are taken in blocks so that the search stops soon after the first
-// fit.
+// exactly what the planners of its weeks book.
+//
+// The search runs in two passes. The first looks for the fit: a cell at
+// which even the hosts' free slots of that cell alone could not make the
+// request (a "blocked" cell) turns down every window holding it, so the
+// starts whose windows hold the last blocked cell found are passed over at
+// once, and each cell is judged at most once while the windows move on;
+// only a window without a blocked cell is counted exactly, each host's
+// most booked cell kept in a monotonic queue that moves with the starts.
+// On a busy host a year is crossed in about (cells / window length) steps.
+// When nothing fits, a second pass counts every start exactly, in blocks,
+// for the closest start and what held it back.
 #include <algorithm>
 #include <cstdio>
 
@@ -15,178 +22,7 @@ namespace rsv::fit {
 
 namespace {
 
-constexpr int kFirstBlock = 16;
 constexpr int kLargestBlock = 1024;
-
-int64_t positiveMod(int64_t a, int64_t b)
-{
-    const int64_t r = a % b;
-    return r < 0 ? r + b : r;
-}
-
-// The starts of the range in time order, each with its window's cells.
-class Starts {
-public:
-    Starts(LocalClock &clock, time_t notBefore, time_t notAfter, time_t length)
-        : clock_(clock), from_(notBefore), notAfter_(notAfter), length_(length)
-    {
-    }
-    // The next start and its window's cells [first, last); false at the end
-    // of the range or when a time has no local time (failed()).
-    bool next(time_t &start, int64_t &first, int64_t &last);
-    bool failed() const { return failed_; }
-
-private:
-    bool alignedFrom(time_t from, time_t &start);
-
-    LocalClock &clock_;
-    time_t from_;
-    time_t notAfter_;
-    time_t length_;
-    bool started_ = false;
-    bool failed_ = false;
-    time_t current_ = 0;
-    long startOffset_ = 0;
-    time_t startUntil_ = 0;
-    long endOffset_ = 0;
-    time_t endUntil_ = 0;
-    bool endKnown_ = false;
-};
-
-// The first time at or after `from` that is a 10-minute boundary of the
-// local clock (offsets change only between segments of the clock).
-bool Starts::alignedFrom(time_t from, time_t &start)
-{
-    for (time_t x = from; x < notAfter_;) {
-        long offset = 0;
-        time_t until = 0;
-        if (!clock_.offsetAt(x, offset, until)) {
-            failed_ = true;
-            return false;
-        }
-        const time_t aligned = x + positiveMod(-(static_cast<int64_t>(x) + offset), kCellSeconds);
-        if (aligned < until) {
-            start = aligned;
-            startOffset_ = offset;
-            startUntil_ = until;
-            return true;
-        }
-        x = until;
-    }
-    return false;
-}
-
-bool Starts::next(time_t &start, int64_t &first, int64_t &last)
-{
-    if (started_ && current_ + kCellSeconds < startUntil_) {
-        start = current_ + kCellSeconds;
-    } else if (!alignedFrom(started_ ? current_ + 1 : from_, start)) {
-        return false;
-    }
-    if (start >= notAfter_)
-        return false;
-    started_ = true;
-    current_ = start;
-    const time_t end = start + length_;
-    if (!endKnown_ || end >= endUntil_) {
-        if (!clock_.offsetAt(end, endOffset_, endUntil_)) {
-            failed_ = true;
-            return false;
-        }
-        endKnown_ = true;
-    }
-    first = startCell(static_cast<int64_t>(start) + startOffset_);
-    last = endCell(static_cast<int64_t>(end) + endOffset_);
-    return true;
-}
-
-// The most booked count over a window of one host's cells, kept in a
-// monotonic queue (cells with falling counts) as the window moves forward.
-// A window that moves back (the clock put back) starts the queue again.
-class WindowMax {
-public:
-    explicit WindowMax(HostBook &book) : book_(book) { grow(); }
-    int used(int64_t first, int64_t last);
-    bool failed() const { return failed_; }
-
-private:
-    int count(int64_t cell);
-    void push(int64_t cell);
-    void grow();
-
-    HostBook &book_;
-    std::vector<int64_t> cells_; // ring of (cell, count), counts falling
-    std::vector<int> counts_;
-    size_t head_ = 0;
-    size_t size_ = 0;
-    size_t mask_ = 0;
-    int64_t first_ = INT64_MIN; // cells [first_, last_) have been pushed
-    int64_t last_ = INT64_MIN;
-    int64_t weekBase_ = 0;
-    const ResPlannerEnt *week_ = nullptr;
-    bool failed_ = false;
-};
-
-void WindowMax::grow()
-{
-    const size_t capacity = cells_.empty() ? 64 : cells_.size() * 2;
-    std::vector<int64_t> cells(capacity);
-    std::vector<int> counts(capacity);
-    for (size_t i = 0; i < size_; ++i) {
-        cells[i] = cells_[(head_ + i) & mask_];
-        counts[i] = counts_[(head_ + i) & mask_];
-    }
-    cells_.swap(cells);
-    counts_.swap(counts);
-    head_ = 0;
-    mask_ = capacity - 1;
-}
-
-int WindowMax::count(int64_t cell)
-{
-    const int64_t at = cell - weekBase_;
-    if (week_ && at >= 0 && at < kCellsPerWeek)
-        return week_[at].reserved;
-    const int64_t week = weekOfCell(cell);
-    week_ = book_.week(week);
-    weekBase_ = firstCellOfWeek(week);
-    if (!week_) {
-        failed_ = true;
-        return 0;
-    }
-    return week_[cell - weekBase_].reserved;
-}
-
-void WindowMax::push(int64_t cell)
-{
-    const int value = count(cell);
-    while (size_ > 0 && counts_[(head_ + size_ - 1) & mask_] <= value)
-        --size_;
-    if (size_ == cells_.size())
-        grow();
-    const size_t at = (head_ + size_) & mask_;
-    cells_[at] = cell;
-    counts_[at] = value;
-    ++size_;
-}
-
-int WindowMax::used(int64_t first, int64_t last)
-{
-    if (last <= first)
-        return 0; // a window the planners book nothing of
-    if (first < first_ || last < last_ || first >= last_) {
-        size_ = 0;
-        last_ = first;
-    }
-    for (; last_ < last; ++last_)
-        push(last_);
-    first_ = first;
-    while (size_ > 0 && cells_[head_] < first) {
-        head_ = (head_ + 1) & mask_;
-        --size_;
-    }
-    return size_ > 0 && counts_[head_] > 0 ? counts_[head_] : 0;
-}
 
 // Starts taken together, with each one's summed offer.
 struct Block {
@@ -342,25 +178,133 @@ int answer(const std::vector<AskedHost> &hosts, std::vector<HostBook> &books, co
     return RSV_OK;
 }
 
-} // namespace
-
-int searchOneOff(RsvTimeTbl *tbl, const std::vector<AskedHost> &hosts, const Rule &rule, const Changing *changing,
-                 time_t notBefore, time_t notAfter, int durationMinutes, RsvFit *result)
-{
-    const time_t length = static_cast<time_t>(durationMinutes) * 60;
-    std::vector<HostBook> books(hosts.size());
-    std::vector<WindowMax> windows;
-    windows.reserve(hosts.size());
-    for (size_t i = 0; i < hosts.size(); ++i) {
-        books[i].init(tbl, &hosts[i], changing);
-        windows.emplace_back(books[i]);
+// Cells at which the hosts' own free slots of that cell could not make the
+// request: any window holding one is turned down, whatever the rest holds.
+class Blocked {
+public:
+    Blocked(std::vector<HostBook> &books, const std::vector<AskedHost> &hosts, const Rule &rule)
+        : hosts_(hosts), rule_(rule)
+    {
+        readers_.reserve(books.size());
+        for (HostBook &book : books)
+            readers_.emplace_back(book);
     }
-    LocalClock clock;
-    Starts starts(clock, notBefore, notAfter, length);
+    // Whether [first, last) holds a blocked cell; the last one found is
+    // lastBlocked(). Cells found free of blocks are not read again while the
+    // windows move forward.
+    bool within(int64_t first, int64_t last);
+    int64_t lastBlocked() const { return lastBlocked_; }
+    bool failed() const;
+
+private:
+    bool blocked(int64_t cell);
+
+    const std::vector<AskedHost> &hosts_;
+    const Rule &rule_;
+    std::vector<CellReader> readers_;
+    int64_t lastBlocked_ = INT64_MIN;
+    int64_t clearFrom_ = 0; // cells [clearFrom_, clearTo_) hold no block
+    int64_t clearTo_ = 0;
+};
+
+bool Blocked::blocked(int64_t cell)
+{
+    int64_t total = 0;
+    for (size_t i = 0; i < readers_.size(); ++i) {
+        const int used = std::max(readers_[i].at(cell), 0);
+        if (rule_.system && used != 0)
+            return true;
+        total += rule_.offered(hosts_[i].capacity, used);
+    }
+    return !rule_.accepts(total);
+}
+
+bool Blocked::within(int64_t first, int64_t last)
+{
+    if (last <= first)
+        return false;
+    if (lastBlocked_ >= first && lastBlocked_ < last)
+        return true;
+    const bool clearStart = clearFrom_ <= first && first < clearTo_;
+    const int64_t known = clearStart ? clearTo_ : first;
+    for (int64_t c = last - 1; c >= known; --c) {
+        if (blocked(c)) {
+            lastBlocked_ = c;
+            clearFrom_ = c + 1;
+            clearTo_ = last;
+            return true;
+        }
+    }
+    clearFrom_ = clearStart ? clearFrom_ : first;
+    clearTo_ = std::max(known, last);
+    return false;
+}
+
+bool Blocked::failed() const
+{
+    for (const CellReader &r : readers_)
+        if (r.failed())
+            return true;
+    return false;
+}
+
+// The exact reservable total of one window; false when a system request
+// finds a booking.
+bool exactTotal(std::vector<WindowMax> &windows, const std::vector<AskedHost> &hosts, const Rule &rule,
+                int64_t first, int64_t last, int64_t &total)
+{
+    total = 0;
+    for (size_t i = 0; i < windows.size(); ++i) {
+        const int used = windows[i].used(first, last);
+        if (rule.system && used != 0)
+            return false;
+        total += rule.offered(hosts[i].capacity, used);
+    }
+    return true;
+}
+
+// The first pass: the earliest start that fits, if any.
+int firstFit(std::vector<HostBook> &books, std::vector<HostBook> &probes, const std::vector<AskedHost> &hosts,
+             const Rule &rule, Starts &starts, Outcome &out)
+{
+    std::vector<WindowMax> windows;
+    windows.reserve(books.size());
+    for (HostBook &book : books)
+        windows.emplace_back(book);
+    Blocked blocked(probes, hosts, rule);
+    time_t start = 0;
+    int64_t first = 0;
+    int64_t last = 0;
+    while (starts.next(start, first, last)) {
+        if (blocked.within(first, last)) {
+            starts.passOver(blocked.lastBlocked(), first);
+            continue;
+        }
+        int64_t total = 0;
+        if (exactTotal(windows, hosts, rule, first, last, total) && rule.accepts(total)) {
+            out = Outcome{true, Rule::reservable(total), start, first, last};
+            break;
+        }
+    }
+    for (const WindowMax &w : windows)
+        if (w.failed())
+            return RSV_ERR_NO_MEMORY;
+    if (blocked.failed())
+        return RSV_ERR_NO_MEMORY;
+    return starts.failed() ? RSV_ERR_BAD_ARGUMENT : RSV_OK;
+}
+
+// The second pass, when nothing fits: every start counted exactly, for the
+// first start with the most slots.
+int closest(std::vector<HostBook> &books, const std::vector<AskedHost> &hosts, const Rule &rule, Starts &starts,
+            Outcome &out)
+{
+    std::vector<WindowMax> windows;
+    windows.reserve(books.size());
+    for (HostBook &book : books)
+        windows.emplace_back(book);
     Block block(kLargestBlock);
-    Outcome out;
-    for (int wanted = kFirstBlock; !out.found && takeStarts(starts, block, wanted);
-         wanted = std::min(wanted * 2, kLargestBlock)) {
+    while (takeStarts(starts, block, kLargestBlock)) {
         for (size_t i = 0; i < hosts.size(); ++i) {
             offerHost(windows[i], hosts[i].capacity, rule, block);
             if (windows[i].failed())
@@ -368,8 +312,32 @@ int searchOneOff(RsvTimeTbl *tbl, const std::vector<AskedHost> &hosts, const Rul
         }
         judge(block, rule, out);
     }
-    if (starts.failed())
-        return RSV_ERR_BAD_ARGUMENT;
+    return starts.failed() ? RSV_ERR_BAD_ARGUMENT : RSV_OK;
+}
+
+} // namespace
+
+int searchOneOff(RsvTimeTbl *tbl, const std::vector<AskedHost> &hosts, const Rule &rule, const Changing *changing,
+                 time_t notBefore, time_t notAfter, int durationMinutes, RsvFit *result)
+{
+    const time_t length = static_cast<time_t>(durationMinutes) * 60;
+    // Two books per host: each reader keeps its own weeks.
+    std::vector<HostBook> books(hosts.size());
+    std::vector<HostBook> probes(hosts.size());
+    for (size_t i = 0; i < hosts.size(); ++i) {
+        books[i].init(tbl, &hosts[i], changing);
+        probes[i].init(tbl, &hosts[i], changing);
+    }
+    LocalClock clock;
+    Outcome out;
+    Starts starts(clock, notBefore, notAfter, length);
+    int error = firstFit(books, probes, hosts, rule, starts, out);
+    if (error == RSV_OK && !out.found) {
+        Starts again(clock, notBefore, notAfter, length);
+        error = closest(books, hosts, rule, again, out);
+    }
+    if (error != RSV_OK)
+        return error;
     return answer(hosts, books, rule, out, clock, length, result);
 }
 

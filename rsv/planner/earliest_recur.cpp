@@ -24,6 +24,7 @@ constexpr int kMostRanges = 2 * RSV_PLANNER_DAYS + 2;
 struct Range {
     int first;
     int last;
+    int level; // the sparse table's level for its length
 };
 
 // One window tried: its text, its start and the runs of cells it covers.
@@ -50,7 +51,7 @@ int64_t collectCell(ResPlannerEnt *cell, int64_t arg)
     if (c->count > 0 && c->ranges[c->count - 1].last == at) {
         ++c->ranges[c->count - 1].last;
     } else if (c->count < kMostRanges) {
-        c->ranges[c->count++] = {at, at + 1};
+        c->ranges[c->count++] = {at, at + 1, 0};
     } else {
         c->overflow = true;
     }
@@ -105,6 +106,11 @@ bool makeWindows(int form, int duration, std::vector<Window> &windows, std::vect
             continue; // no window of the two forms has that many runs
         w.firstRange = static_cast<int>(ranges.size());
         w.numRanges = collector.count;
+        for (int r = 0; r < collector.count; ++r) {
+            Range &range = collector.ranges[r];
+            while ((2 << range.level) <= range.last - range.first)
+                ++range.level;
+        }
         ranges.insert(ranges.end(), collector.ranges, collector.ranges + collector.count);
         windows.push_back(w);
     }
@@ -152,10 +158,7 @@ public:
     }
     int over(const Range &r) const
     {
-        int k = 0;
-        while ((2 << k) <= r.last - r.first)
-            ++k;
-        return std::max(table_[k][r.first], table_[k][r.last - (1 << k)]);
+        return std::max(table_[r.level][r.first], table_[r.level][r.last - (1 << r.level)]);
     }
     int cell(int c) const { return table_[0][c]; }
 
@@ -171,21 +174,27 @@ int usedOver(const CellMaxima &maxima, const Window &w, const std::vector<Range>
     return used;
 }
 
-// A host's use of one window: its most booked count, the first cell holding
-// it and the first planner (in list order) that holds it there.
-bool useOf(const AskedHost &host, const Changing *changing, ResPlanner *copy, const CellMaxima &maxima,
-           const Window &w, const std::vector<Range> &ranges, HostUse &use)
+// A host's use of one window from its cells' maxima: the most booked count
+// and the first cell holding it.
+HostUse useOf(const int *cells, const Window &w, const std::vector<Range> &ranges)
 {
-    use = HostUse{};
-    use.used = usedOver(maxima, w, ranges);
-    if (use.used == 0)
-        return true;
-    for (int r = 0; r < w.numRanges && use.cell < 0; ++r) {
+    HostUse use;
+    for (int r = 0; r < w.numRanges; ++r) {
         const Range &range = ranges[static_cast<size_t>(w.firstRange + r)];
-        for (int c = range.first; c < range.last && use.cell < 0; ++c)
-            if (maxima.cell(c) == use.used)
+        for (int c = range.first; c < range.last; ++c) {
+            if (cells[c] > use.used) {
+                use.used = cells[c];
                 use.cell = c;
+            }
+        }
     }
+    return use;
+}
+
+// The week of the first planner (in list order) whose count at `cell` is
+// `used`. False when memory runs out.
+bool weekHolding(const AskedHost &host, const Changing *changing, ResPlanner *copy, HostUse &use)
+{
     bool seen = false;
     return eachPlanner(host, changing, copy, [&](const ResPlanner &p) {
         const ResPlannerEnt *cells = &p.slots[0][0];
@@ -224,24 +233,17 @@ size_t choose(const std::vector<Window> &windows, const Totals &t, const Rule &r
 
 int answer(const std::vector<AskedHost> &hosts, const Changing *changing, const Rule &rule, int duration,
            const std::vector<Window> &windows, const std::vector<Range> &ranges, const Totals &totals,
-           RsvFit *result)
+           const std::vector<int> &cells, RsvFit *result)
 {
     bool found = false;
     int best = 0;
-    const size_t chosen = choose(windows, totals, rule, found, best);
-    const Window &w = windows[chosen];
+    const Window &w = windows[choose(windows, totals, rule, found, best)];
     result->bestTotal = best;
     result->bestStart = static_cast<time_t>(w.startMinute) * 60;
-    CPtr<ResPlanner> copy(newScratchPlanner());
-    auto maxima = std::make_unique<CellMaxima>();
-    if (!copy)
-        return RSV_ERR_NO_MEMORY;
     std::vector<HostUse> uses(hosts.size());
     std::vector<int> avail(hosts.size());
     for (size_t i = 0; i < hosts.size(); ++i) {
-        if (!maxima->build(hosts[i], changing, copy.get()) ||
-            !useOf(hosts[i], changing, copy.get(), *maxima, w, ranges, uses[i]))
-            return RSV_ERR_NO_MEMORY;
+        uses[i] = useOf(&cells[i * kCellsPerWeek], w, ranges);
         avail[i] = rule.offered(hosts[i].capacity, uses[i].used);
     }
     if (found) {
@@ -257,10 +259,14 @@ int answer(const std::vector<AskedHost> &hosts, const Changing *changing, const 
     const int limit = fillLimitHost(hosts, uses, rule, result, &ok);
     if (!ok)
         return RSV_ERR_NO_MEMORY;
-    if (limit >= 0 && uses[static_cast<size_t>(limit)].cell >= 0) {
-        result->limitCell = static_cast<time_t>(uses[static_cast<size_t>(limit)].cell) * kCellSeconds;
-        result->limitWeek = uses[static_cast<size_t>(limit)].week;
-    }
+    if (limit < 0 || uses[static_cast<size_t>(limit)].cell < 0)
+        return RSV_OK;
+    HostUse &use = uses[static_cast<size_t>(limit)];
+    CPtr<ResPlanner> copy(newScratchPlanner());
+    if (!copy || !weekHolding(hosts[static_cast<size_t>(limit)], changing, copy.get(), use))
+        return RSV_ERR_NO_MEMORY;
+    result->limitCell = static_cast<time_t>(use.cell) * kCellSeconds;
+    result->limitWeek = use.week;
     return RSV_OK;
 }
 
@@ -280,9 +286,14 @@ int searchRecurring(const std::vector<AskedHost> &hosts, const Rule &rule, const
     auto maxima = std::make_unique<CellMaxima>();
     if (!copy)
         return RSV_ERR_NO_MEMORY;
-    for (const AskedHost &host : hosts) {
+    // Each host's cell maxima are kept for the answer.
+    std::vector<int> cells(hosts.size() * kCellsPerWeek);
+    for (size_t h = 0; h < hosts.size(); ++h) {
+        const AskedHost &host = hosts[h];
         if (!maxima->build(host, changing, copy.get()))
             return RSV_ERR_NO_MEMORY;
+        for (int c = 0; c < kCellsPerWeek; ++c)
+            cells[h * kCellsPerWeek + static_cast<size_t>(c)] = maxima->cell(c);
         for (size_t i = 0; i < windows.size(); ++i) {
             const int used = usedOver(*maxima, windows[i], ranges);
             totals.total[i] += rule.offered(host.capacity, used);
@@ -290,7 +301,7 @@ int searchRecurring(const std::vector<AskedHost> &hosts, const Rule &rule, const
                 totals.refused[i] = 1;
         }
     }
-    return answer(hosts, changing, rule, durationMinutes, windows, ranges, totals, result);
+    return answer(hosts, changing, rule, durationMinutes, windows, ranges, totals, cells, result);
 }
 
 } // namespace rsv::fit

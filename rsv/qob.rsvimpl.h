@@ -633,7 +633,11 @@ int RsvTimeTbl_verify(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context);
  *
  * Times are local calendar time, as everywhere in the module: windows start
  * on a 10-minute boundary of the local clock (at a daylight-saving change the
- * clock's own boundaries, both passes of a repeated hour included). */
+ * clock's own boundaries, both passes of a repeated hour included), and a
+ * window covers the planner cells from its start's clock time to its end's.
+ * So a window across the hour the clock skips covers that hour's cells too,
+ * and one whose end the clock puts back before its start covers none: the
+ * addition accepts it whatever is booked, and so does the search. */
 
 /* Forms of a recurring window for RsvTimeTbl_findEarliestRecurring. */
 enum {
@@ -642,8 +646,8 @@ enum {
 };
 
 /* The answer of a search. All members belong to the record and are released
- * by RsvFit_destroy; a search fills the whole record (zeroed first), also
- * when it fails.
+ * by RsvFit_destroy; a search fills the whole record (emptied first: every
+ * member 0 or NULL, limitHostIndex -1), also when it fails.
  *
  * One-off searches give times as epoch seconds. Recurring searches give them
  * as seconds from the start of the day (daily form) or of the week, Sunday
@@ -659,7 +663,9 @@ typedef struct RsvFit {
                                 official; extra1 and extra2 are 0) */
     int bestTotal;           /* the most slots the request could gather at
                                 any start tried (found: at `start`) */
-    time_t bestStart;        /* the earliest start where bestTotal is reached */
+    time_t bestStart;        /* the earliest start where bestTotal is reached
+                                (bestTotal and bestStart are 0 when the range
+                                holds no start at all) */
     int limitHostIndex;      /* not found: the first asked host that offered
                                 less than it could at bestStart (a system
                                 request: the first with a booking); -1 none */
@@ -683,10 +689,10 @@ typedef struct RsvFit {
  * Returns 0 (found or not), or an error number, also stored in qob_errno:
  * RSV_ERR_BAD_ARGUMENT for a NULL table, request or result, a request
  * without hosts or with a NULL host name, with the recurring bit, a
- * duration below 1 minute, notAfter <= notBefore, or a time without a local
- * calendar date; RSV_ERR_BAD_HOST when an asked host is unknown to the
- * daemon; RSV_ERR_NO_RSV when changingRsvId is not NULL and names no
- * reservation of the table; RSV_ERR_NO_MEMORY. The caller owns *result and
+ * duration below 1 minute, notAfter <= notBefore, a time outside the years
+ * 1900 to 9999 or one without a local calendar date; RSV_ERR_BAD_HOST when
+ * an asked host is unknown to the daemon; RSV_ERR_NO_RSV when changingRsvId
+ * is not NULL and names no reservation of the table; RSV_ERR_NO_MEMORY. The caller owns *result and
  * releases its members with RsvFit_destroy. Writes nothing; the table is
  * left bit for bit unchanged. */
 int RsvTimeTbl_findEarliest(RsvTimeTbl *tbl, const RsvReq *req, time_t notBefore, time_t notAfter,
@@ -699,8 +705,8 @@ int RsvTimeTbl_findEarliest(RsvTimeTbl *tbl, const RsvReq *req, time_t notBefore
  * since the table keeps them); weeks without a planner hold only recurring
  * bookings, which the recurring planner already holds in full, so no horizon
  * changes the answer. Only windows that the module takes as valid are tried:
- * daily 1 to 1439 minutes, weekly 1 to 10079 minutes not ending on its
- * start day before its start. The request must have RSV_OPT_RECURRING set;
+ * daily 1 to 1439 minutes, weekly 1 to 10079 minutes except those ending on
+ * their start day at or before their start time. The request must have RSV_OPT_RECURRING set;
  * its timeWindow is not read. On success result->timeWindow is "H:M-H:M" or
  * "D:H:M-D:H:M" (Sunday written 7; a window may wrap over midnight or the
  * week's end), and allocVector is what the addition would book. Returns and
@@ -710,8 +716,9 @@ int RsvTimeTbl_findEarliest(RsvTimeTbl *tbl, const RsvReq *req, time_t notBefore
 int RsvTimeTbl_findEarliestRecurring(RsvTimeTbl *tbl, const RsvReq *req, int form, int durationMinutes,
                                      const char *changingRsvId, RsvFit *result);
 
-/* Release the members of a search's answer and zero the record (not freed
- * itself: it is the caller's). NULL is ignored; calling it twice is safe. */
+/* Release the members of a search's answer and empty the record as a search
+ * does first (the record itself is the caller's). NULL is ignored; calling
+ * it twice is safe. */
 void RsvFit_destroy(RsvFit *fit);
 
 #ifdef __cplusplus

@@ -13,6 +13,10 @@ namespace rsv::fit {
 namespace {
 
 constexpr int kUnlimited = kUnlimitedSlots;
+// The range of times searched: the years 1900 to 9999, so that no start or
+// end can overflow and every one has a local calendar date.
+constexpr time_t kEarliestTime = -2208988800;
+constexpr time_t kLatestTime = 253402300799;
 
 int fail(int error)
 {
@@ -168,7 +172,8 @@ int RsvTimeTbl_findEarliest(RsvTimeTbl *tbl, const RsvReq *req, time_t notBefore
 {
     if (result)
         rsv::fit::clearResult(result);
-    if (!tbl || !req || !result || durationMinutes < 1 || notAfter <= notBefore)
+    if (!tbl || !req || !result || durationMinutes < 1 || notAfter <= notBefore ||
+        notBefore < rsv::fit::kEarliestTime || notAfter > rsv::fit::kLatestTime)
         return rsv::fit::fail(RSV_ERR_BAD_ARGUMENT);
     return rsv::fit::run(tbl, req, false, changingRsvId, result,
                          [&](const std::vector<rsv::fit::AskedHost> &hosts, const rsv::fit::Rule &rule,

@@ -36,10 +36,11 @@ bool Changing::init(RsvEnt *ent)
     weeks_.clear();
     if (!ent || (ent->options & RSV_OPT_RECURRING) || !ent->timeWindow)
         return true;
+    const unsigned long failures = allocationFailures();
     int numWeeks = 0;
     CPtr<RsvWeek> weeks(RsvTimeWindow_getWeeks(ent->timeWindow, &numWeeks));
     if (!weeks)
-        return true; // a window without weeks booked nothing
+        return allocationFailures() == failures; // a window without weeks booked nothing
     weeks_.assign(weeks.get(), weeks.get() + numWeeks);
     return true;
 }

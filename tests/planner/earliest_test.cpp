@@ -806,6 +806,7 @@ TEST(EarliestFit, ArgumentsAreChecked)
     EXPECT_EQ(RsvTimeTbl_findEarliest(f.tbl, &recurring.req, monday, later, 60, nullptr, &fit),
               RSV_ERR_BAD_ARGUMENT);
     EXPECT_EQ(RsvTimeTbl_findEarliest(f.tbl, &noHosts.req, monday, later, 60, nullptr, &fit), RSV_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(RsvTimeTbl_findEarliest(f.tbl, &req.req, monday, 253402300800, 60, nullptr, &fit), RSV_ERR_BAD_ARGUMENT);
     EXPECT_EQ(RsvTimeTbl_findEarliest(f.tbl, &req.req, monday, later, 60, "nobody#9", &fit), RSV_ERR_NO_RSV);
     EXPECT_EQ(qob_errno, RSV_ERR_NO_RSV);
     EXPECT_EQ(RsvTimeTbl_findEarliestRecurring(f.tbl, &req.req, RSV_FIT_DAILY, 60, nullptr, &fit),

@@ -1232,6 +1232,116 @@ typedef void (*RsvVerifyProblem)(void *context, const char *problem);
  * (qob_errno RSV_ERR_NO_MEMORY). Changes nothing, writes nothing. */
 int RsvTimeTbl_verify(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context);
 
+/* ======================================================================== */
+/* Earliest fit                                                             */
+/* ======================================================================== */
+/* Where a reservation would fit, found without booking it. Each call reads
+ * the hosts' planners as RsvTimeTbl_addEntry reads them and answers with the
+ * earliest window that RsvTimeTbl_addEntry would accept for the request at
+ * this moment: the same hosts in the same order, each host offering its free
+ * slots over the window (capacity less the most booked 10-minute cell,
+ * capped at minNumProcs when that is positive; a system request's host with
+ * any booking offers nothing and turns the whole request down), the sum at
+ * least minNumProcs and above 0. A week without a dated planner counts as
+ * the host's recurring bookings, disabled days skipped, exactly as a new
+ * planner for that week would hold them. The calls book nothing, make no
+ * planner or planner list, change no entry, write no file, and leave the
+ * table bit for bit as it was; only qob_errno is set on failure. The request
+ * is read, never changed (its host names are not replaced by official
+ * names). When `changingRsvId` names a reservation of the table, the slots
+ * that reservation holds are counted free, as if it had been removed first:
+ * the answer is where a new reservation could take its place.
+ *
+ * Times are local calendar time, as everywhere in the module: windows start
+ * on a 10-minute boundary of the local clock (at a daylight-saving change the
+ * clock's own boundaries, both passes of a repeated hour included), and a
+ * window covers the planner cells from its start's clock time to its end's.
+ * So a window across the hour the clock skips covers that hour's cells too,
+ * and one whose end the clock puts back before its start covers none: the
+ * addition accepts it whatever is booked, and so does the search. */
+
+/* Forms of a recurring window for RsvTimeTbl_findEarliestRecurring. */
+enum {
+    RSV_FIT_DAILY = 1,  /* "H:M-H:M": the same hours every day */
+    RSV_FIT_WEEKLY = 2  /* "D:H:M-D:H:M": every week, D 1..7 with Sunday as 7 */
+};
+
+/* The answer of a search. All members belong to the record and are released
+ * by RsvFit_destroy; a search fills the whole record (emptied first: every
+ * member 0 or NULL, limitHostIndex -1), also when it fails.
+ *
+ * One-off searches give times as epoch seconds. Recurring searches give them
+ * as seconds from the start of the day (daily form) or of the week, Sunday
+ * 00:00 (weekly form); an end past the day's or week's end means the window
+ * wraps into the next one. */
+typedef struct RsvFit {
+    int found;               /* 1: a window fits; 0: none within the range */
+    char *timeWindow;        /* found: the window as RsvReq.timeWindow takes it */
+    time_t start;            /* found: the window's start and end */
+    time_t end;
+    int numHosts;            /* found: the allocation RsvTimeTbl_addEntry */
+    AllocElem *allocVector;  /* would make (hosts in request order, names
+                                official; extra1 and extra2 are 0) */
+    int bestTotal;           /* the most slots the request could gather at
+                                any start tried (found: at `start`) */
+    time_t bestStart;        /* the earliest start where bestTotal is reached
+                                (bestTotal and bestStart are 0 when the range
+                                holds no start at all) */
+    int limitHostIndex;      /* not found: the first asked host that offered
+                                less than it could at bestStart (a system
+                                request: the first with a booking); -1 none */
+    char *limitHost;         /* its official name; NULL when none */
+    time_t limitCell;        /* start of its first most booked cell in the
+                                window at bestStart (recurring: in the week
+                                of limitWeek) */
+    RsvWeek limitWeek;       /* the planner week of that cell; all zero for
+                                the recurring planner */
+} RsvFit;
+
+/* The earliest one-off window [start, start + durationMinutes) with
+ * notBefore <= start < notAfter (the window itself may run past notAfter)
+ * that RsvTimeTbl_addEntry would accept for `req` now. The request must not
+ * have RSV_OPT_RECURRING set; its timeWindow is not read. On success
+ * result->timeWindow is "start-end" in epoch seconds and allocVector is what
+ * the addition would book (Rsv_alloc's "just_enough": hosts in request
+ * order, each as far as it can, up to maxNumProcs; a system request takes
+ * every reservable slot). When nothing fits, found is 0 and bestTotal,
+ * bestStart, limitHost and limitCell tell what came closest.
+ * Returns 0 (found or not), or an error number, also stored in qob_errno:
+ * RSV_ERR_BAD_ARGUMENT for a NULL table, request or result, a request
+ * without hosts or with a NULL host name, with the recurring bit, a
+ * duration below 1 minute, notAfter <= notBefore, a time outside the years
+ * 1900 to 9999 or one without a local calendar date; RSV_ERR_BAD_HOST when
+ * an asked host is unknown to the daemon; RSV_ERR_NO_RSV when changingRsvId
+ * is not NULL and names no reservation of the table; RSV_ERR_NO_MEMORY. The caller owns *result and
+ * releases its members with RsvFit_destroy. Writes nothing; the table is
+ * left bit for bit unchanged. */
+int RsvTimeTbl_findEarliest(RsvTimeTbl *tbl, const RsvReq *req, time_t notBefore, time_t notAfter,
+                            int durationMinutes, const char *changingRsvId, RsvFit *result);
+
+/* The earliest recurring window of `form` (RSV_FIT_DAILY: from 0:00 on;
+ * RSV_FIT_WEEKLY: from Sunday 0:00 on) and of durationMinutes that
+ * RsvTimeTbl_addEntry would accept for `req` now: it checks the recurring
+ * planner and every dated planner of each asked host (past weeks included,
+ * since the table keeps them); weeks without a planner hold only recurring
+ * bookings, which the recurring planner already holds in full, so no horizon
+ * changes the answer. Only windows that the module takes as valid are tried:
+ * daily 1 to 1439 minutes, weekly 1 to 10079 minutes except those ending on
+ * their start day at or before their start time. The request must have RSV_OPT_RECURRING set;
+ * its timeWindow is not read. On success result->timeWindow is "H:M-H:M" or
+ * "D:H:M-D:H:M" (Sunday written 7; a window may wrap over midnight or the
+ * week's end), and allocVector is what the addition would book. Returns and
+ * errors as RsvTimeTbl_findEarliest (RSV_ERR_BAD_ARGUMENT also for an
+ * unknown form, a duration out of range or a request without the recurring
+ * bit). Writes nothing; the table is left bit for bit unchanged. */
+int RsvTimeTbl_findEarliestRecurring(RsvTimeTbl *tbl, const RsvReq *req, int form, int durationMinutes,
+                                     const char *changingRsvId, RsvFit *result);
+
+/* Release the members of a search's answer and empty the record as a search
+ * does first (the record itself is the caller's). NULL is ignored; calling
+ * it twice is safe. */
+void RsvFit_destroy(RsvFit *fit);
+
 #if defined(__GNUC__) || defined(__clang__)
 #pragma GCC visibility pop
 #endif

@@ -35,6 +35,13 @@ namespace rsv {
 // booked then and the caller walks the table.
 bool addRecursFromIndex(ResPlanner *planner, RsvTimeTbl *tbl, const char *hostName);
 
+// Whether every recurring share of `hostName` books the same cells in every
+// dated week: true when none of the host's recurring reservations has
+// disabled days, so that a new planner of any week starts with the same
+// counts. False also when the index cannot tell (the caller then makes each
+// week's planner on its own).
+bool recurringSharesSameEveryWeek(RsvTimeTbl *tbl, const char *hostName);
+
 // An entry already in a table has had its record, allocation vector or host
 // count replaced: every index is made again on its next use.
 void noteRecurringChange();

@@ -262,6 +262,33 @@ bool addRecursFromIndex(ResPlanner *planner, RsvTimeTbl *tbl, const char *hostNa
     return true;
 }
 
+bool recurringSharesSameEveryWeek(RsvTimeTbl *tbl, const char *hostName)
+{
+    if (!indexEnabled || !tbl || !hostName)
+        return false;
+    TableIndex *index = nullptr;
+    try {
+        index = currentIndex(tbl);
+    } catch (const std::bad_alloc &) {
+        dropRecurringIndex(tbl);
+        return false;
+    }
+    if (!index)
+        return false;
+    auto it = index->byHost.find(std::string_view(hostName));
+    if (it == index->byHost.end())
+        return true;
+    for (const Share &share : it->second) {
+        if (!stillMatches(share, hostName))
+            return false;
+        const List *days = share.ent->disabledDurations;
+        // Only disabled days make a recurring booking differ between weeks.
+        if (days && days->forw != reinterpret_cast<const ListEntry *>(days))
+            return false;
+    }
+    return true;
+}
+
 void noteRecurringChange()
 {
     ++changeGeneration;

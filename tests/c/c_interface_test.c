@@ -68,6 +68,27 @@ int main(void)
         fprintf(stderr, "isRsvActive(NULL) != 0\n");
         failures++;
     }
+    {
+        /* The earliest fit on an empty table is the first 10-minute
+         * boundary at or after notBefore. */
+        char *hosts[1];
+        RsvReq req;
+        RsvFit fit;
+        memset(&req, 0, sizeof req);
+        memset(&fit, 0, sizeof fit);
+        hosts[0] = dupString("h1");
+        req.minNumProcs = 2;
+        req.maxNumProcs = 2;
+        req.numAskedHosts = 1;
+        req.askedHosts = hosts;
+        if (tbl == NULL || RsvTimeTbl_findEarliest(tbl, &req, 1000, 100000, 30, NULL, &fit) != RSV_OK ||
+            !fit.found || fit.numHosts != 1 || fit.allocVector[0].numSlots != 2 || fit.end - fit.start != 1800) {
+            fprintf(stderr, "RsvTimeTbl_findEarliest: wrong answer\n");
+            failures++;
+        }
+        RsvFit_destroy(&fit);
+        free(hosts[0]);
+    }
     RsvTimeTbl_free(tbl);
     RsvMod_setClock(NULL);
     return failures == 0 ? 0 : 1;

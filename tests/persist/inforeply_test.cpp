@@ -14,11 +14,6 @@ extern void *(*infoReplyCalloc)(size_t count, size_t size);
 
 namespace {
 
-struct TblDeleter {
-    void operator()(RsvTimeTbl *t) const { RsvTimeTbl_free(t); }
-};
-using TblPtr = std::unique_ptr<RsvTimeTbl, TblDeleter>;
-
 // Releases a reply at the end of a test, whatever happened.
 struct ReplyGuard {
     RsvInfoReply reply{};
@@ -101,7 +96,7 @@ protected:
     ScopedTz tz_;
     PinnedClock clock_;
     FakeDaemon daemon;
-    TblPtr tbl;
+    rsv::Table tbl;
     RsvHost *hostA = nullptr;
     RsvHost *hostB = nullptr;
     RsvHost *hostC = nullptr;

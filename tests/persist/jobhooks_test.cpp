@@ -10,11 +10,6 @@ using namespace rsvtest;
 
 namespace {
 
-struct TblDeleter {
-    void operator()(RsvTimeTbl *t) const { RsvTimeTbl_free(t); }
-};
-using TblPtr = std::unique_ptr<RsvTimeTbl, TblDeleter>;
-
 // Frees what fillRsvFinishLog copied into a record, as the daemon's event-log
 // writer does.
 struct FinishLog {
@@ -59,7 +54,7 @@ protected:
     ScopedTz tz_;
     PinnedClock clock_;
     FakeDaemon daemon;
-    TblPtr tbl;
+    rsv::Table tbl;
     time_t start = 0;
 };
 

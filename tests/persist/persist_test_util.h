@@ -14,16 +14,7 @@
 
 namespace persisttest {
 
-struct EntryDeleter {
-    void operator()(RsvEnt *ent) const
-    {
-        if (ent) {
-            RsvEnt_destroy(ent);
-            std::free(ent);
-        }
-    }
-};
-using EntryPtr = std::unique_ptr<RsvEnt, EntryDeleter>;
+using EntryPtr = rsv::Entry;
 
 struct Host {
     std::string name;
@@ -41,11 +32,11 @@ inline void addDuration(RsvEnt *ent, tmDay first, tmDay last)
 }
 
 // An entry as the daemon's add path would hold it.
-inline EntryPtr makeEntry(const std::string &rsvId, const std::string &owner, const std::string &window,
+inline rsv::Entry makeEntry(const std::string &rsvId, const std::string &owner, const std::string &window,
                           const std::vector<Host> &hosts, const char *creator = "", const char *description = nullptr,
                           int options = 0)
 {
-    EntryPtr ent(RsvEnt_new(options, owner.c_str(), window.c_str()));
+    rsv::Entry ent(RsvEnt_new(options, owner.c_str(), window.c_str()));
     ent->rsvId = strdup(rsvId.c_str());
     ent->numHosts = static_cast<int>(hosts.size());
     if (!hosts.empty()) {

@@ -30,16 +30,6 @@ const std::vector<std::string> kHosts = {"hostA", "hostB", "hostC", "hostD", "ho
 // Nothing but system reservations ask for this host.
 const std::string kSystemHost = "hostS";
 
-struct TblDeleter {
-    void operator()(RsvTimeTbl *tbl) const { RsvTimeTbl_free(tbl); }
-};
-using TblPtr = std::unique_ptr<RsvTimeTbl, TblDeleter>;
-
-struct TextDeleter {
-    void operator()(char *text) const { std::free(text); }
-};
-using TextPtr = std::unique_ptr<char, TextDeleter>;
-
 // Every test leaves the index on and able to build, whatever it did.
 struct IndexSwitches {
     ~IndexSwitches()
@@ -173,7 +163,7 @@ protected:
     PinnedClock clock_;
     FakeDaemon daemon;
     TempDir dir;
-    TblPtr tbl;
+    rsv::Table tbl;
     RsvWeek nearWeek{};
     RsvWeek farWeek{};
 };
@@ -247,7 +237,7 @@ public:
     void add(int options, const std::string &window, const std::vector<std::string> &hosts)
     {
         OwnedReq req(options, "user" + std::to_string(pick(4)), 1 + pick(4), 2 + pick(6), hosts, window);
-        TextPtr id(RsvTimeTbl_addEntry(tbl_, &req.req));
+        rsv::Text id(RsvTimeTbl_addEntry(tbl_, &req.req));
         // Refusals (no slots left) are part of the history too.
         if (id)
             ++done[(options & RSV_OPT_SYSTEM) ? "system added" : (options ? "recurring added" : "one-off added")]; // refusals (no slots left) are part of the history too
@@ -725,7 +715,7 @@ TEST_P(RecurIndexTest, ATemporaryCopyHasAnIndexOfItsOwn)
 TEST_P(RecurIndexTest, ATableMadeAfterAnotherIsFreedStartsWithAnIndexOfItsOwn)
 {
     for (int round = 0; round < 3; ++round) {
-        TblPtr other(RsvTimeTbl_new(nullptr));
+        rsv::Table other(RsvTimeTbl_new(nullptr));
         RsvEnt *ent = makeEntry("r#" + std::to_string(round), RSV_OPT_RECURRING, "8:0-10:0", {{"hostC", 1 + round}});
         RsvTimeTbl_restoreEntry(other.get(), ent);
         EXPECT_EQ(Rsv_getMaxAvailonHost(other.get(), "hostC", farWindow().c_str(), 0, nullptr),
@@ -739,7 +729,7 @@ TEST_P(RecurIndexTest, BookingsWhileTheIndexIsInUseKeepThePlannersInStep)
     for (int i = 0; i < 5; ++i) {
         OwnedReq req(i % 2 ? RSV_OPT_RECURRING : 0, "alice", 1, 2, {"hostA", "hostB"},
                      i % 2 ? "9:0-9:30" : oneOff(localTime(2026, 3, 4 + 7 * i, 8, 0), localTime(2026, 3, 4 + 7 * i, 9, 0)));
-        TextPtr id(RsvTimeTbl_addEntry(tbl.get(), &req.req));
+        rsv::Text id(RsvTimeTbl_addEntry(tbl.get(), &req.req));
         ASSERT_NE(id, nullptr) << qob_errno;
         ASSERT_TRUE(plannersMatchRebooking(tbl.get()));
     }

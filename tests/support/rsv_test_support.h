@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "qob.rsvimpl.h"
+#include "rsv.hpp"
 
 namespace rsvtest {
 

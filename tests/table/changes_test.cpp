@@ -11,11 +11,6 @@ using namespace rsvtest;
 
 namespace {
 
-struct TblDeleter {
-    void operator()(RsvTimeTbl *t) const { RsvTimeTbl_free(t); }
-};
-using TblPtr = std::unique_ptr<RsvTimeTbl, TblDeleter>;
-
 struct Slot {
     const char *host;
     int slots;
@@ -160,7 +155,7 @@ protected:
     // the same planners.
     ::testing::AssertionResult restartReadsTheSame()
     {
-        TblPtr fresh(RsvTimeTbl_new(stateFile().c_str()));
+        rsv::Table fresh(RsvTimeTbl_new(stateFile().c_str()));
         int rejected = -1;
         const int restored = RsvTimeTbl_load(fresh.get(), &rejected);
         if (restored != h_numEnts_(&tbl->entries) || rejected != 0)
@@ -184,7 +179,7 @@ protected:
     PinnedClock clock_;
     FakeDaemon daemon;
     TempDir dir;
-    TblPtr tbl;
+    rsv::Table tbl;
     time_t now = 0;
     time_t wedStart = 0;
     time_t wedEnd = 0;

@@ -20,14 +20,9 @@ void *recordingAlloc(int count, size_t size, const char *caller)
     return FakeDaemon::allocZeroed(count, size, caller);
 }
 
-struct TblDeleter {
-    void operator()(RsvTimeTbl *t) const { RsvTimeTbl_free(t); }
-};
-using TblPtr = std::unique_ptr<RsvTimeTbl, TblDeleter>;
-
-TblPtr newTable(const char *name)
+rsv::Table newTable(const char *name)
 {
-    return TblPtr(RsvTimeTbl_new(name));
+    return rsv::Table(RsvTimeTbl_new(name));
 }
 
 } // namespace
@@ -41,7 +36,7 @@ TEST(RsvModInit, CopiesTheServicesTableByValue)
     RsvMod_init(&local);
     // Changing the caller's table afterwards does not reach the module.
     local.allocZeroed = nullptr;
-    TblPtr tbl = newTable(nullptr);
+    rsv::Table tbl = newTable(nullptr);
     ASSERT_NE(tbl, nullptr);
     EXPECT_GT(g_wrappedAllocs, 0);
     RsvMod_init(&daemon.services);
@@ -55,7 +50,7 @@ TEST(RsvModInit, SecondCallReplacesTheServices)
     RsvMod_init(&local);
     RsvMod_init(&daemon.services);
     g_wrappedAllocs = 0;
-    TblPtr tbl = newTable(nullptr);
+    rsv::Table tbl = newTable(nullptr);
     ASSERT_NE(tbl, nullptr);
     EXPECT_EQ(g_wrappedAllocs, 0);
 }
@@ -64,7 +59,7 @@ TEST(RsvModInit, NullTableKeepsTheInstalledServices)
 {
     FakeDaemon daemon;
     RsvMod_init(nullptr);
-    TblPtr tbl = newTable("rsv.state");
+    rsv::Table tbl = newTable("rsv.state");
     ASSERT_NE(tbl, nullptr);
     EXPECT_STREQ(tbl->idFile, "rsv.ids");
 }
@@ -72,7 +67,7 @@ TEST(RsvModInit, NullTableKeepsTheInstalledServices)
 TEST(RsvTimeTblNew, NullNameGivesEmptyStateAndIdFileNames)
 {
     FakeDaemon daemon;
-    TblPtr tbl = newTable(nullptr);
+    rsv::Table tbl = newTable(nullptr);
     ASSERT_NE(tbl, nullptr);
     EXPECT_STREQ(tbl->stateFile, "");
     EXPECT_STREQ(tbl->idFile, "");
@@ -81,7 +76,7 @@ TEST(RsvTimeTblNew, NullNameGivesEmptyStateAndIdFileNames)
 TEST(RsvTimeTblNew, StartsWithEmptyEntriesAndPlannerLists)
 {
     FakeDaemon daemon;
-    TblPtr tbl = newTable("/x/y/rsv.state");
+    rsv::Table tbl = newTable("/x/y/rsv.state");
     ASSERT_NE(tbl, nullptr);
     EXPECT_EQ(h_numEnts_(&tbl->entries), 0);
     EXPECT_EQ(h_numEnts_(&tbl->plannerLists), 0);
@@ -92,18 +87,18 @@ TEST(RsvTimeTblNew, StartsWithEmptyEntriesAndPlannerLists)
 TEST(RsvTimeTblNew, StateSuffixBecomesIds)
 {
     FakeDaemon daemon;
-    TblPtr tbl = newTable("/x/y/rsv.state");
+    rsv::Table tbl = newTable("/x/y/rsv.state");
     ASSERT_NE(tbl, nullptr);
     EXPECT_STREQ(tbl->stateFile, "/x/y/rsv.state");
     EXPECT_STREQ(tbl->idFile, "/x/y/rsv.ids");
-    TblPtr plain = newTable("rsv.state");
+    rsv::Table plain = newTable("rsv.state");
     EXPECT_STREQ(plain->idFile, "rsv.ids");
 }
 
 TEST(RsvTimeTblNew, OnlyTheLastDotIsReplaced)
 {
     FakeDaemon daemon;
-    TblPtr tbl = newTable("rsv.state.bak");
+    rsv::Table tbl = newTable("rsv.state.bak");
     ASSERT_NE(tbl, nullptr);
     EXPECT_STREQ(tbl->stateFile, "rsv.state.bak");
     EXPECT_STREQ(tbl->idFile, "rsv.state.ids");
@@ -112,7 +107,7 @@ TEST(RsvTimeTblNew, OnlyTheLastDotIsReplaced)
 TEST(RsvTimeTblNew, TrailingDotGetsIdsAppended)
 {
     FakeDaemon daemon;
-    TblPtr tbl = newTable("rsv.");
+    rsv::Table tbl = newTable("rsv.");
     ASSERT_NE(tbl, nullptr);
     EXPECT_STREQ(tbl->idFile, "rsv.ids");
 }
@@ -120,7 +115,7 @@ TEST(RsvTimeTblNew, TrailingDotGetsIdsAppended)
 TEST(RsvTimeTblNew, NameWithoutDotGivesEmptyIdFileAndKeepsStateFile)
 {
     FakeDaemon daemon;
-    TblPtr tbl = newTable("state");
+    rsv::Table tbl = newTable("state");
     ASSERT_NE(tbl, nullptr);
     EXPECT_STREQ(tbl->stateFile, "state");
     EXPECT_STREQ(tbl->idFile, "");
@@ -129,11 +124,11 @@ TEST(RsvTimeTblNew, NameWithoutDotGivesEmptyIdFileAndKeepsStateFile)
 TEST(RsvTimeTblNew, DotInDirectoryNameReplacesFromThatDot)
 {
     FakeDaemon daemon;
-    TblPtr tbl = newTable("/d.x/state");
+    rsv::Table tbl = newTable("/d.x/state");
     ASSERT_NE(tbl, nullptr);
     EXPECT_STREQ(tbl->stateFile, "/d.x/state");
     EXPECT_STREQ(tbl->idFile, "/d.ids");
-    TblPtr other = newTable("/a.b/state");
+    rsv::Table other = newTable("/a.b/state");
     EXPECT_STREQ(other->idFile, "/a.ids");
 }
 
@@ -144,7 +139,7 @@ TEST(RsvTimeTblNew, AllocatesTheTableAndIdBufferUnderItsOwnName)
     local.allocZeroed = recordingAlloc;
     RsvMod_init(&local);
     g_callers.clear();
-    TblPtr tbl = newTable("rsv.state");
+    rsv::Table tbl = newTable("rsv.state");
     RsvMod_init(&daemon.services);
     ASSERT_NE(tbl, nullptr);
     ASSERT_EQ(g_callers.size(), 2u);
@@ -158,7 +153,7 @@ TEST(RsvTimeTblNew, NameOf1024CharactersIsAccepted)
     // The longest accepted name ending in '.', so the id file is 1027 long.
     std::string name = "/" + std::string(1022, 'a') + ".";
     ASSERT_EQ(name.size(), 1024u);
-    TblPtr tbl = newTable(name.c_str());
+    rsv::Table tbl = newTable(name.c_str());
     ASSERT_NE(tbl, nullptr);
     EXPECT_EQ(std::string(tbl->stateFile), name);
     EXPECT_EQ(std::string(tbl->idFile), name + "ids");
@@ -213,8 +208,13 @@ TEST(RsvTimeTblNew, AllocationFailureGivesNullWithErrorAndNoLeak)
 TEST(RsvTimeTblFree, NullIsIgnored)
 {
     FakeDaemon daemon;
+    LogCapture log;
+    qob_errno = 4242;
+    const int allocations = daemon.allocCount();
     RsvTimeTbl_free(nullptr);
-    SUCCEED();
+    EXPECT_EQ(qob_errno, 4242);
+    EXPECT_EQ(daemon.allocCount(), allocations);
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(RsvTimeTblFree, ReleasesEntriesPlannerListsAndNames)

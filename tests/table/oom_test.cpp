@@ -115,11 +115,6 @@ private:
 // with that many is broken.
 constexpr int kBound = 2000;
 
-struct TblDeleter {
-    void operator()(RsvTimeTbl *t) const { RsvTimeTbl_free(t); }
-};
-using TblPtr = std::unique_ptr<RsvTimeTbl, TblDeleter>;
-
 class HostSet {
 public:
     explicit HostSet(const std::vector<std::string> &names)
@@ -283,7 +278,7 @@ protected:
     FakeDaemon daemon;
     QuietLog quiet_;
     TempDir dir;
-    TblPtr tbl;
+    rsv::Table tbl;
     int lastAllocations_ = 0;
 };
 

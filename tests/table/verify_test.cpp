@@ -15,11 +15,6 @@ using namespace rsvtest;
 
 namespace {
 
-struct TblDeleter {
-    void operator()(RsvTimeTbl *t) const { RsvTimeTbl_free(t); }
-};
-using TblPtr = std::unique_ptr<RsvTimeTbl, TblDeleter>;
-
 bool anyLineHas(const std::vector<std::string> &lines, const std::string &a, const std::string &b = "")
 {
     for (const std::string &line : lines)
@@ -87,7 +82,7 @@ protected:
     PinnedClock clock_;
     FakeDaemon daemon;
     TempDir dir;
-    TblPtr tbl;
+    rsv::Table tbl;
     RsvWeek week{};
 };
 

@@ -9,20 +9,6 @@ using namespace rsvtest;
 
 namespace {
 
-struct EntDeleter {
-    void operator()(RsvEnt *e) const
-    {
-        RsvEnt_destroy(e);
-        free(e);
-    }
-};
-using EntPtr = std::unique_ptr<RsvEnt, EntDeleter>;
-
-struct TextDeleter {
-    void operator()(char *p) const { free(p); }
-};
-using TextPtr = std::unique_ptr<char, TextDeleter>;
-
 // Sets the log-class mask for one test and restores it afterwards.
 class ScopedLogClass {
 public:
@@ -33,9 +19,9 @@ private:
     int old_;
 };
 
-EntPtr makeEntry(int options, const char *window, const char *id = "alice#0")
+rsv::Entry makeEntry(int options, const char *window, const char *id = "alice#0")
 {
-    EntPtr ent(RsvEnt_new(options, "alice", window));
+    rsv::Entry ent(RsvEnt_new(options, "alice", window));
     ent->rsvId = strdup(id);
     return ent;
 }
@@ -215,13 +201,13 @@ TEST(IsValidTimeWindow, LogsEnteringUnderTheTraceClass)
 TEST(RsvModBuildTimeWindow, NullKeepsAPointAndSignsShiftByMinutes)
 {
     FakeDaemon daemon;
-    TextPtr a(RsvMod_buildTimeWindow("1000-2000", "null&+30"));
+    rsv::Text a(RsvMod_buildTimeWindow("1000-2000", "null&+30"));
     ASSERT_NE(a, nullptr);
     EXPECT_STREQ(a.get(), "1000-3800");
-    TextPtr b(RsvMod_buildTimeWindow("1000-2000", "null&null"));
+    rsv::Text b(RsvMod_buildTimeWindow("1000-2000", "null&null"));
     ASSERT_NE(b, nullptr);
     EXPECT_STREQ(b.get(), "1000-2000");
-    TextPtr c(RsvMod_buildTimeWindow("1000-2000", "-10&null"));
+    rsv::Text c(RsvMod_buildTimeWindow("1000-2000", "-10&null"));
     ASSERT_NE(c, nullptr);
     EXPECT_STREQ(c.get(), "400-2000");
 }
@@ -229,10 +215,10 @@ TEST(RsvModBuildTimeWindow, NullKeepsAPointAndSignsShiftByMinutes)
 TEST(RsvModBuildTimeWindow, OtherTextsReplaceThePointAsTheyStand)
 {
     FakeDaemon daemon;
-    TextPtr a(RsvMod_buildTimeWindow("1000-2000", "5000&6000"));
+    rsv::Text a(RsvMod_buildTimeWindow("1000-2000", "5000&6000"));
     ASSERT_NE(a, nullptr);
     EXPECT_STREQ(a.get(), "5000-6000");
-    TextPtr b(RsvMod_buildTimeWindow("8:0-17:0", "9:0&null"));
+    rsv::Text b(RsvMod_buildTimeWindow("8:0-17:0", "9:0&null"));
     ASSERT_NE(b, nullptr);
     EXPECT_STREQ(b.get(), "9:0-17:0");
 }
@@ -240,7 +226,7 @@ TEST(RsvModBuildTimeWindow, OtherTextsReplaceThePointAsTheyStand)
 TEST(RsvModBuildTimeWindow, NullIsComparedOnItsFirstFourCharacters)
 {
     FakeDaemon daemon;
-    TextPtr a(RsvMod_buildTimeWindow("1000-2000", "nullify&+1"));
+    rsv::Text a(RsvMod_buildTimeWindow("1000-2000", "nullify&+1"));
     ASSERT_NE(a, nullptr);
     EXPECT_STREQ(a.get(), "1000-2060");
 }
@@ -248,7 +234,7 @@ TEST(RsvModBuildTimeWindow, NullIsComparedOnItsFirstFourCharacters)
 TEST(RsvModBuildTimeWindow, OnlyTheFirstAmpersandAndDashSplit)
 {
     FakeDaemon daemon;
-    TextPtr a(RsvMod_buildTimeWindow("1000-2000", "null&+1&x"));
+    rsv::Text a(RsvMod_buildTimeWindow("1000-2000", "null&+1&x"));
     ASSERT_NE(a, nullptr);
     EXPECT_STREQ(a.get(), "1000-2060");  // atol reads "+1" of "+1&x"
 }
@@ -272,7 +258,7 @@ TEST(RsvModBuildTimeWindow, LongPointsAreBounded)
     FakeDaemon daemon;
     std::string longPoint(2000, '7');
     std::string mod = longPoint + "&null";
-    TextPtr a(RsvMod_buildTimeWindow("1000-2000", mod.c_str()));
+    rsv::Text a(RsvMod_buildTimeWindow("1000-2000", mod.c_str()));
     ASSERT_NE(a, nullptr);
     EXPECT_EQ(std::strlen(a.get()), 511U + 1 + 4);
 }
@@ -283,7 +269,7 @@ TEST(IsValidModTimeWindow, InactiveOneOffRules)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     EXPECT_EQ(isValidModTimeWindow("1000-3000", ent.get(), 0), RSV_OK);
     EXPECT_EQ(isValidModTimeWindow("400-2000", ent.get(), 0), RSV_ERR_START_IN_PAST);
     EXPECT_EQ(isValidModTimeWindow("1800-1700", ent.get(), 0), RSV_ERR_END_BEFORE_START);
@@ -300,7 +286,7 @@ TEST(IsValidModTimeWindow, ActiveOneOffKeepsItsStart)
 {
     PinnedClock clock(1500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     ent->state = RSV_STATE_ACTIVE;
     EXPECT_EQ(isValidModTimeWindow("1000-1400", ent.get(), 0), RSV_ERR_END_INVALID);
     EXPECT_EQ(isValidModTimeWindow("1100-3000", ent.get(), 0), RSV_ERR_START_OF_ACTIVE);
@@ -311,7 +297,7 @@ TEST(IsValidModTimeWindow, RecurringOnlyGuardsTheStartOfAnActiveReservation)
 {
     PinnedClock clock(1700000000);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(RSV_OPT_RECURRING, "8:0-17:0");
+    rsv::Entry ent = makeEntry(RSV_OPT_RECURRING, "8:0-17:0");
     EXPECT_EQ(isValidModTimeWindow("9:0-18:0", ent.get(), 1), RSV_OK);
     ent->state = RSV_STATE_ACTIVE;
     EXPECT_EQ(isValidModTimeWindow("9:0-18:0", ent.get(), 1), RSV_ERR_START_OF_ACTIVE);
@@ -322,9 +308,9 @@ TEST(IsValidModTimeWindow, OneOffRulesOnARecurringTextAre36)
 {
     PinnedClock clock(1700000000);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(RSV_OPT_RECURRING, "8:0-17:0");
+    rsv::Entry ent = makeEntry(RSV_OPT_RECURRING, "8:0-17:0");
     EXPECT_EQ(isValidModTimeWindow("9:0-18:0", ent.get(), 0), RSV_ERR_BAD_TIME_WINDOW);
-    EntPtr oneOffEnt = makeEntry(0, "1000-2000");
+    rsv::Entry oneOffEnt = makeEntry(0, "1000-2000");
     EXPECT_EQ(isValidModTimeWindow("1000-2x", oneOffEnt.get(), 0), RSV_ERR_BAD_TIME_WINDOW);
 }
 
@@ -332,12 +318,12 @@ TEST(IsValidModTimeWindow, MissingDashesAndArguments)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     EXPECT_EQ(isValidModTimeWindow("3000", ent.get(), 0), RSV_ERR_BAD_TIME_WINDOW);
     EXPECT_EQ(isValidModTimeWindow(nullptr, ent.get(), 0), RSV_ERR_BAD_TIME_WINDOW);
     EXPECT_EQ(isValidModTimeWindow("1000-3000", nullptr, 0), RSV_ERR_BAD_ARGUMENT);
     // The current window without a dash: nothing to compare against.
-    EntPtr plain = makeEntry(0, "1000");
+    rsv::Entry plain = makeEntry(0, "1000");
     EXPECT_EQ(isValidModTimeWindow("1-2", plain.get(), 0), RSV_OK);
 }
 
@@ -345,7 +331,7 @@ TEST(IsValidModTimeWindow, FailedCopiesGive55ThenThe36OfTheCurrentWindow)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     daemon.failAfter(0);
     EXPECT_EQ(isValidModTimeWindow("1000-3000", ent.get(), 0), RSV_ERR_NO_MEMORY);
     daemon.failAfter(1);
@@ -358,7 +344,7 @@ TEST(IsValidModTimeWindow, LogsBothWindowsUnderTheModuleClass)
     ScopedTz tz("UTC");
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     ScopedLogClass lc(LC_RSV);
     LogCapture log;
     EXPECT_EQ(isValidModTimeWindow("1000-3000", ent.get(), 0), RSV_OK);
@@ -374,7 +360,7 @@ TEST(IsValidModTimeWindow, NoLogLineWithoutTheModuleClass)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     ScopedLogClass lc(LC_TRACE);
     LogCapture log;
     isValidModTimeWindow("1000-3000", ent.get(), 0);
@@ -387,7 +373,7 @@ TEST(RsvModUpdateModReqTimeWindow, SuccessStoresTheCompleteWindowInTheRequest)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     Mod mod("null&+30");
     EXPECT_EQ(RsvMod_updateModReqTimeWindow(mod.get(), ent.get()), RSV_OK);
     EXPECT_STREQ(mod.get()->req.timeWindow, "1000-3800");
@@ -398,7 +384,7 @@ TEST(RsvModUpdateModReqTimeWindow, RejectionLeavesTheRequestAsItWas)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     Mod mod("-10&null");
     EXPECT_EQ(RsvMod_updateModReqTimeWindow(mod.get(), ent.get()), RSV_ERR_START_IN_PAST);
     EXPECT_STREQ(mod.get()->req.timeWindow, "-10&null");
@@ -410,7 +396,7 @@ TEST(RsvModUpdateModReqTimeWindow, RejectionLeavesTheRequestAsItWas)
 TEST(RsvModUpdateModReqTimeWindow, NullArgumentsAre52)
 {
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     Mod mod("null&null");
     EXPECT_EQ(RsvMod_updateModReqTimeWindow(nullptr, ent.get()), RSV_ERR_BAD_ARGUMENT);
     EXPECT_EQ(RsvMod_updateModReqTimeWindow(mod.get(), nullptr), RSV_ERR_BAD_ARGUMENT);
@@ -421,7 +407,7 @@ TEST(RsvModUpdateModReqTimeWindow, OneOffRulesApplyWhateverTheKind)
     // A daemon relies on recurring reservations being refused here.
     PinnedClock clock(1700000000);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(RSV_OPT_RECURRING, "8:0-17:0");
+    rsv::Entry ent = makeEntry(RSV_OPT_RECURRING, "8:0-17:0");
     Mod mod("null&18:0");
     EXPECT_EQ(RsvMod_updateModReqTimeWindow(mod.get(), ent.get()), RSV_ERR_BAD_TIME_WINDOW);
     EXPECT_STREQ(mod.get()->req.timeWindow, "null&18:0");
@@ -431,7 +417,7 @@ TEST(RsvModUpdateModReqTimeWindow, ActiveReservationMayOnlyMoveItsEnd)
 {
     PinnedClock clock(1500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     ent->state = RSV_STATE_ACTIVE;
     Mod past("null&1400");
     EXPECT_EQ(RsvMod_updateModReqTimeWindow(past.get(), ent.get()), RSV_ERR_END_INVALID);
@@ -446,7 +432,7 @@ TEST(RsvModUpdateModReqTimeWindow, FailedCopyIntoTheRequestIs55AndLeavesIt)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     Mod mod("null&+30");
     // build: 2 copies + 1 result; check: 2 copies; then the copy into the request.
     daemon.failAfter(5);
@@ -461,7 +447,7 @@ TEST(RsvEntUpdateWithMod, NameBitReplacesTheOwnerAndItsTwoFlags)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0x2 | RSV_OPT_RECURRING, "1000-2000");
+    rsv::Entry ent = makeEntry(0x2 | RSV_OPT_RECURRING, "1000-2000");
     Mod mod(nullptr, RSV_MOD_NAME | 0x1, "bob");
     RsvEnt_updateWithMod(ent.get(), mod.get());
     EXPECT_STREQ(ent->name, "bob");
@@ -472,7 +458,7 @@ TEST(RsvEntUpdateWithMod, AbsentBitsClearTheirMarksOnly)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(RSV_MOD_NAME | RSV_MOD_TIMEWINDOW | RSV_MOD_RUNFLAG | 0x1 | 0x40 | 0x80 | RSV_OPT_SYSTEM,
+    rsv::Entry ent = makeEntry(RSV_MOD_NAME | RSV_MOD_TIMEWINDOW | RSV_MOD_RUNFLAG | 0x1 | 0x40 | 0x80 | RSV_OPT_SYSTEM,
                            "1000-2000");
     Mod mod(nullptr, 0);
     RsvEnt_updateWithMod(ent.get(), mod.get());
@@ -485,7 +471,7 @@ TEST(RsvEntUpdateWithMod, WindowBitReplacesWindowAndDuration)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     Mod mod("1000-5000", RSV_MOD_TIMEWINDOW);
     RsvEnt_updateWithMod(ent.get(), mod.get());
     EXPECT_STREQ(ent->timeWindow, "1000-5000");
@@ -497,7 +483,7 @@ TEST(RsvEntUpdateWithMod, RunFlagBitChoosesBetween0x40And0x100)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0x40, "1000-2000");
+    rsv::Entry ent = makeEntry(0x40, "1000-2000");
     Mod with(nullptr, RSV_MOD_RUNFLAG | 0x100);
     RsvEnt_updateWithMod(ent.get(), with.get());
     EXPECT_EQ(ent->options, RSV_MOD_RUNFLAG | 0x100);
@@ -513,7 +499,7 @@ TEST(RsvEntUpdateWithMod, DescriptionBitReplacesOrRemovesTheTextWithoutBits)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0, "1000-2000");
+    rsv::Entry ent = makeEntry(0, "1000-2000");
     Mod set(nullptr, RSV_MOD_DESCRIPTION, nullptr, "weekly sync");
     RsvEnt_updateWithMod(ent.get(), set.get());
     EXPECT_STREQ(ent->description, "weekly sync");
@@ -530,7 +516,7 @@ TEST(RsvEntUpdateWithMod, CopiedBitsFollowTheRequest)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0x1000 | 0x4000, "1000-2000");
+    rsv::Entry ent = makeEntry(0x1000 | 0x4000, "1000-2000");
     Mod mod(nullptr, 0x2000 | 0x4000);
     RsvEnt_updateWithMod(ent.get(), mod.get());
     EXPECT_EQ(ent->options, 0x2000 | 0x4000);
@@ -540,7 +526,7 @@ TEST(RsvEntUpdateWithMod, FailedCopyLeavesTheEntryAsItWas)
 {
     PinnedClock clock(500);
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0x1000, "1000-2000");
+    rsv::Entry ent = makeEntry(0x1000, "1000-2000");
     Mod mod("1000-5000", RSV_MOD_NAME | RSV_MOD_TIMEWINDOW | RSV_MOD_DESCRIPTION | 0x2000, "bob", "text");
     for (int n = 0; n < 3; ++n) {
         daemon.failAfter(n);
@@ -562,7 +548,7 @@ TEST(RsvEntUpdateWithMod, FailedCopyLeavesTheEntryAsItWas)
 TEST(RsvEntUpdateWithMod, NullArgumentsAreIgnored)
 {
     FakeDaemon daemon;
-    EntPtr ent = makeEntry(0x1000, "1000-2000");
+    rsv::Entry ent = makeEntry(0x1000, "1000-2000");
     RsvEnt_updateWithMod(ent.get(), nullptr);
     Mod mod(nullptr, 0);
     RsvEnt_updateWithMod(nullptr, mod.get());

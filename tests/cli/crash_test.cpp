@@ -67,34 +67,6 @@ std::set<std::string> stateLines(RsvTimeTbl *tbl)
     return lines;
 }
 
-// Owner counters of the id file.
-std::map<std::string, int> idCounters(const std::string &path)
-{
-    std::istringstream in(rsvtest::fileExists(path) ? rsvtest::readFile(path) : "");
-    std::string version;
-    int count = 0;
-    in >> version >> count;
-    std::map<std::string, int> out;
-    std::string owner;
-    int n = 0;
-    while (in >> owner >> n)
-        out[owner] = n;
-    return out;
-}
-
-void wipe(const std::string &dir)
-{
-    if (DIR *d = opendir(dir.c_str())) {
-        while (dirent *e = readdir(d)) {
-            std::string name = e->d_name;
-            if (name != "." && name != "..")
-                unlink((dir + "/" + name).c_str());
-        }
-        closedir(d);
-    }
-    rmdir(dir.c_str());
-}
-
 void collect(void *context, const char *problem)
 {
     static_cast<std::vector<std::string> *>(context)->emplace_back(problem);
@@ -195,7 +167,7 @@ TEST_F(CrashedAdd, LeavesTheOldTableOrTheOldTablePlusTheNewReservation)
     // How long one add runs, start to end, on fresh copies.
     std::vector<double> runs;
     for (int i = 0; i < 3; ++i) {
-        wipe(dir);
+        rsvtest::removeDirectory(dir);
         rsvctltest::restore(dir, oldFiles);
         const auto t0 = Clock::now();
         RunResult r = runRsvctl(addArgs(), kNow);
@@ -221,7 +193,7 @@ TEST_F(CrashedAdd, LeavesTheOldTableOrTheOldTablePlusTheNewReservation)
     while (kills < kWantedKills && seconds(Clock::now() - loopStart) < kBudgetSeconds) {
         ++attempts;
         if (reset) {
-            wipe(dir);
+            rsvtest::removeDirectory(dir);
             rsvctltest::restore(dir, oldFiles);
         }
         const double delay = delayOf(rng);
@@ -257,7 +229,7 @@ TEST_F(CrashedAdd, LeavesTheOldTableOrTheOldTablePlusTheNewReservation)
             ASSERT_EQ(newId.rfind("crash#", 0), 0u) << added[0];
             EXPECT_NE(added[0].find(" crash 1795168800-1795176000 "), std::string::npos) << added[0];
             EXPECT_NE(added[0].find(" n1 2 "), std::string::npos) << added[0];
-            const std::map<std::string, int> counters = idCounters(dir + "/rsv.ids");
+            const std::map<std::string, int> counters = rsvtest::idFileCounters(rsvtest::fileExists(dir + "/rsv.ids") ? rsvtest::readFile(dir + "/rsv.ids") : "");
             ASSERT_TRUE(counters.count("crash")) << "the state file is ahead of the id file";
             EXPECT_GE(counters.at("crash"), std::atoi(newId.c_str() + 6));
             landedAnyway += killed;

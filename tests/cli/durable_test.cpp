@@ -48,20 +48,6 @@ std::string at(long long t)
     return std::to_string(t);
 }
 
-// Empty `dir` and remove it (files only: state directories hold no others).
-void wipe(const std::string &dir)
-{
-    if (DIR *d = opendir(dir.c_str())) {
-        while (dirent *e = readdir(d)) {
-            std::string name = e->d_name;
-            if (name != "." && name != "..")
-                unlink((dir + "/" + name).c_str());
-        }
-        closedir(d);
-    }
-    rmdir(dir.c_str());
-}
-
 std::string readIfThere(const std::string &path)
 {
     return rsvtest::fileExists(path) ? rsvtest::readFile(path) : "";
@@ -182,7 +168,7 @@ TEST_P(FaultedChange, FailsWholeOrSucceedsWhole)
             int nth = 1;
             for (;; ++nth) {
                 ASSERT_LE(nth, 30) << op << ": the fault is still met after 30 calls";
-                wipe(dir);
+                rsvtest::removeDirectory(dir);
                 restore(dir, before);
                 unlink(log.c_str());
                 const std::string fault = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=" + errnoName;
@@ -239,7 +225,7 @@ TEST_P(FaultedChange, FailsWholeOrSucceedsWhole)
         }
     }
     // Then, without a fault, the command succeeds on the old files.
-    wipe(dir);
+    rsvtest::removeDirectory(dir);
     restore(dir, before);
     RunResult again = runRsvctl(withDir(scenario.args, dir), kNow);
     EXPECT_EQ(again.status, 0) << again.err;
@@ -270,7 +256,7 @@ TEST(FaultedFirstUse, AFailedFirstChangeLeavesNothing)
         int nth = 1;
         for (;; ++nth) {
             ASSERT_LE(nth, 30);
-            wipe(dir);
+            rsvtest::removeDirectory(dir);
             unlink(log.c_str());
             const std::string fault = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=ENOSPC";
             RunResult r = runRsvctl(args, kNow, "UTC", withFault(RSV_IOFAULT_PATH, fault, dir, log));
@@ -314,7 +300,7 @@ TEST(FaultedDemo, PrintsOnlyWhatIsOnDisk)
         int nth = 1;
         for (;; ++nth) {
             ASSERT_LE(nth, 40);
-            wipe(dir);
+            rsvtest::removeDirectory(dir);
             unlink(log.c_str());
             const std::string fault = std::string("op=") + op + ",nth=" + std::to_string(nth) + ",errno=EIO";
             RunResult r = runRsvctl({"--state-dir", dir, "demo"}, kNow, "UTC", withFault(RSV_IOFAULT_PATH, fault, dir, log));

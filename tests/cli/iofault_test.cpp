@@ -174,22 +174,6 @@ TEST_F(FaultLayer, TheTextFormArmsWithTimesAndRefusesNonsense)
 constexpr time_t kNow = 1794996000;      // Wed 2026-11-18 10:00 UTC
 constexpr time_t kThu0900 = 1795078800;  // Thu 2026-11-19 09:00 UTC
 
-// Owner counters of an id file's text ("9.11\n<n>\nowner n \n owner n \n ").
-std::map<std::string, int> counters(const std::string &text)
-{
-    std::istringstream in(text);
-    std::string version;
-    int count = 0;
-    in >> version >> count;
-    std::map<std::string, int> out;
-    std::string owner;
-    int n = 0;
-    while (in >> owner >> n)
-        out[owner] = n;
-    EXPECT_EQ(static_cast<int>(out.size()), count) << text;
-    return out;
-}
-
 class DurableSave : public FaultLayer {
 protected:
     void SetUp() override
@@ -297,8 +281,8 @@ TEST_F(DurableSave, ALastingFaultAfterTheIdFileNeverPutsTheStateAheadOfIt)
     EXPECT_FALSE(rsvtest::fileExists(state + ".tmp"));
     EXPECT_FALSE(rsvtest::fileExists(dir + "/rsv.ids.tmp"));
     // Either as before, or with the counter of "c" that the failed add took.
-    std::map<std::string, int> before = counters(idsBefore);
-    std::map<std::string, int> after = counters(rsvtest::readFile(dir + "/rsv.ids"));
+    std::map<std::string, int> before = rsvtest::idFileCounters(idsBefore);
+    std::map<std::string, int> after = rsvtest::idFileCounters(rsvtest::readFile(dir + "/rsv.ids"));
     if (after != before) {
         before["c"] = 0;
         EXPECT_EQ(after, before);

@@ -25,6 +25,8 @@ using plannertest::makeEntry;
 
 namespace {
 
+using HostSet = rsvtest::RequestedHosts;
+
 constexpr int kCapacity = 64;
 const std::vector<std::string> kHosts = {"hostA", "hostB", "hostC", "hostD", "hostE"};
 // Nothing but system reservations ask for this host.
@@ -99,28 +101,6 @@ RsvWeek weekAt(time_t t)
     RsvTime_toWeek(t, &w);
     return w;
 }
-
-// A requested-hosts table whose marks the test owns.
-class HostSet {
-public:
-    explicit HostSet(const std::vector<std::string> &names)
-    {
-        h_initTab_(&tab_, 8);
-        marks_.reserve(names.size());
-        for (const std::string &n : names) {
-            marks_.push_back(1);
-            h_addEnt_(&tab_, n.c_str(), nullptr)->value = &marks_.back();
-        }
-    }
-    ~HostSet() { h_freeTab_(&tab_, nullptr); }
-    HostSet(const HostSet &) = delete;
-    HostSet &operator=(const HostSet &) = delete;
-    HashTab *get() { return &tab_; }
-
-private:
-    HashTab tab_{};
-    std::vector<int> marks_;
-};
 
 // The planners run in local time: every test runs in two zones.
 class RecurIndexTest : public ::testing::TestWithParam<const char *> {

@@ -305,6 +305,33 @@ bool fileExists(const std::string &path)
     return stat(path.c_str(), &st) == 0;
 }
 
+void removeDirectory(const std::string &dir)
+{
+    if (DIR *d = opendir(dir.c_str())) {
+        while (dirent *e = readdir(d)) {
+            std::string name = e->d_name;
+            if (name != "." && name != "..")
+                unlink((dir + "/" + name).c_str());
+        }
+        closedir(d);
+    }
+    rmdir(dir.c_str());
+}
+
+std::map<std::string, int> idFileCounters(const std::string &text)
+{
+    std::istringstream in(text);
+    std::string version;
+    int count = 0;
+    in >> version >> count;
+    std::map<std::string, int> out;
+    std::string owner;
+    int n = 0;
+    while (in >> owner >> n)
+        out[owner] = n;
+    return out;
+}
+
 void writeFile(const std::string &path, const std::string &contents)
 {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -366,6 +393,32 @@ OwnedModReq::~OwnedModReq()
 {
     free(mod.rsvId);
     freeReq(mod.req);
+}
+
+RequestedHosts::RequestedHosts(const std::vector<std::string> &names)
+{
+    h_initTab_(&tab_, 8);
+    marks_.reserve(names.size());
+    for (const std::string &n : names) {
+        marks_.push_back(1);
+        h_addEnt_(&tab_, n.c_str(), nullptr)->value = &marks_.back();
+    }
+}
+
+RequestedHosts::~RequestedHosts()
+{
+    h_freeTab_(&tab_, nullptr);
+}
+
+std::string addReservation(RsvTimeTbl *tbl, int options, const std::string &owner, int procs,
+                           const std::vector<std::string> &hosts, const std::string &window)
+{
+    OwnedReq req(options, owner, procs, procs, hosts, window);
+    char *id = RsvTimeTbl_addEntry(tbl, &req.req);
+    EXPECT_NE(id, nullptr) << owner << " " << window << ": " << qob_errno;
+    std::string out = id ? id : "";
+    std::free(id);
+    return out;
 }
 
 std::string oneOff(time_t start, time_t end)

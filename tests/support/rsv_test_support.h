@@ -134,6 +134,10 @@ private:
 };
 
 std::string readFile(const std::string &path);
+// Empty `dir` of its files and remove it (state directories hold no others).
+void removeDirectory(const std::string &dir);
+// The owner counters of an id file's text.
+std::map<std::string, int> idFileCounters(const std::string &text);
 bool fileExists(const std::string &path);
 void writeFile(const std::string &path, const std::string &contents);
 
@@ -160,6 +164,26 @@ struct OwnedModReq {
     OwnedModReq &operator=(const OwnedModReq &) = delete;
     RsvModReq mod{};
 };
+
+// A requested-hosts table, as RsvTimeTbl_removeHosts takes one, whose marks
+// the test owns.
+class RequestedHosts {
+public:
+    explicit RequestedHosts(const std::vector<std::string> &names);
+    ~RequestedHosts();
+    RequestedHosts(const RequestedHosts &) = delete;
+    RequestedHosts &operator=(const RequestedHosts &) = delete;
+    HashTab *get() { return &tab_; }
+
+private:
+    HashTab tab_{};
+    std::vector<int> marks_;
+};
+
+// Add a reservation of `procs` slots (minimum and maximum); its identifier,
+// or "" with a test failure naming qob_errno when it is refused.
+std::string addReservation(RsvTimeTbl *tbl, int options, const std::string &owner, int procs,
+                           const std::vector<std::string> &hosts, const std::string &window);
 
 // One-off window text "start-end" in epoch seconds.
 std::string oneOff(time_t start, time_t end);

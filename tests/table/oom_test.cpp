@@ -26,6 +26,8 @@ using namespace rsvtest;
 // released by the allocator that made it.
 
 namespace {
+
+using HostSet = rsvtest::RequestedHosts;
 bool newArmed = false;
 long newAllowed = 0;
 } // namespace
@@ -115,27 +117,6 @@ private:
 // with that many is broken.
 constexpr int kBound = 2000;
 
-class HostSet {
-public:
-    explicit HostSet(const std::vector<std::string> &names)
-    {
-        h_initTab_(&tab_, 8);
-        marks_.reserve(names.size());
-        for (const std::string &n : names) {
-            marks_.push_back(1);
-            h_addEnt_(&tab_, n.c_str(), nullptr)->value = &marks_.back();
-        }
-    }
-    ~HostSet() { h_freeTab_(&tab_, nullptr); }
-    HostSet(const HostSet &) = delete;
-    HostSet &operator=(const HostSet &) = delete;
-    HashTab *get() { return &tab_; }
-
-private:
-    HashTab tab_{};
-    std::vector<int> marks_;
-};
-
 // What a call reports: whether it went through, and its error number when
 // not (its return value or qob_errno, per the call).
 struct Outcome {
@@ -194,12 +175,7 @@ protected:
     std::string add(int options, const std::string &owner, int procs, const std::vector<std::string> &hosts,
                     const std::string &window)
     {
-        OwnedReq req(options, owner, procs, procs, hosts, window);
-        char *id = RsvTimeTbl_addEntry(tbl.get(), &req.req);
-        EXPECT_NE(id, nullptr) << owner << " " << window << ": " << qob_errno;
-        std::string out = id ? id : "";
-        std::free(id);
-        return out;
+        return rsvtest::addReservation(tbl.get(), options, owner, procs, hosts, window);
     }
 
     // alice#0 on two hosts, alice#1 over a week end, bob#0 daily across

@@ -51,12 +51,7 @@ protected:
     std::string add(int options, const std::string &owner, int procs, const std::vector<std::string> &hosts,
                     const std::string &window)
     {
-        OwnedReq req(options, owner, procs, procs, hosts, window);
-        char *id = RsvTimeTbl_addEntry(tbl.get(), &req.req);
-        EXPECT_NE(id, nullptr) << owner << " " << window << ": " << qob_errno;
-        std::string out = id ? id : "";
-        std::free(id);
-        return out;
+        return rsvtest::addReservation(tbl.get(), options, owner, procs, hosts, window);
     }
 
     // One-off, daily across midnight, weekly across the week end, a one-off

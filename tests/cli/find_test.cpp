@@ -525,6 +525,50 @@ TEST_F(Find, UsageErrorsExitOneAndChangeNoFile)
     EXPECT_EQ(over.err, "rsvctl: owner 'x' already holds 3 reservations, the most allowed (max-per-owner)\n");
 }
 
+// The README's and the guide's examples, on the demo's directory.
+TEST_F(Find, TheDocumentedExamplesOnTheDemo)
+{
+    const std::string demo = tmp.file("demo");
+    ASSERT_EQ(runRsvctl({"demo", "--state-dir", demo}, kNow).status, 0);
+    auto run = [&](std::vector<std::string> args) {
+        args.insert(args.begin(), {"--state-dir", demo});
+        return runRsvctl(args, kNow);
+    };
+    RunResult found = run({"find", "-u", "dave", "-n", "12", "-m", "hpc01,hpc02", "-D", "4h", "--after",
+                           "2026-11-24 10:00"});
+    EXPECT_EQ(found.status, 0) << found.err;
+    EXPECT_EQ(found.out,
+              "Start        Wed 2026-11-25 17:00\n"
+              "End          Wed 2026-11-25 21:00 (4h)\n"
+              "Hosts        12 slots on 1 host\n"
+              "             HOST   SLOTS  CAPACITY  CPUS\n"
+              "             hpc01     12        16    16\n");
+    RunResult added = run({"add", "-u", "dave", "-n", "12", "-m", "hpc01,hpc02", "--earliest", "-D", "4h",
+                           "--after", "2026-11-24 10:00"});
+    EXPECT_EQ(added.status, 0) << added.err;
+    EXPECT_EQ(added.out, "dave#0\nbooked Wed 2026-11-25 17:00 to Wed 2026-11-25 21:00 (4h) on hpc01:12\n");
+    RunResult daily = run({"find", "-u", "ops", "-n", "4", "-m", "cuda1", "-D", "8h", "--daily"});
+    EXPECT_EQ(daily.out,
+              "Start        every day 00:00\n"
+              "End          08:00 (8h)\n"
+              "Hosts        4 slots on 1 host\n"
+              "             HOST   SLOTS  CAPACITY  CPUS\n"
+              "             gpu01      4         8    32\n");
+    RunResult none = run({"find", "-u", "erin", "-n", "20", "-m", "hpc01,hpc02", "-D", "4h", "--after",
+                          "2026-11-23 08:00", "--before", "2026-11-25 12:00"});
+    EXPECT_EQ(none.status, 2);
+    EXPECT_EQ(none.err,
+              "rsvctl: no 4h window with 20 slots on 'hpc01,hpc02' starts between Mon 2026-11-23 08:00 and Wed "
+              "2026-11-25 12:00; closest: Mon 2026-11-23 08:00 with 8 of 20 slots, held back by hpc01 at Mon "
+              "2026-11-23 09:00\n");
+    RunResult weekly = run({"find", "-u", "lab", "-n", "8", "-m", "fat01", "-D", "2d", "--weekly", "--json"});
+    json w = json::parse(weekly.out);
+    EXPECT_EQ(w["window"], "7:0:0-2:0:0");
+    EXPECT_EQ(w["window_text"], "every Sun 00:00 to Tue 00:00 (2d)");
+    EXPECT_EQ(w["begin_offset"], 0);
+    EXPECT_EQ(w["end_offset"], 172800);
+}
+
 TEST_F(Find, HelpNamesFindAndEarliest)
 {
     RunResult top = runRsvctl({"--help"}, kNow);

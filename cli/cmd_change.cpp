@@ -3,7 +3,9 @@
 
 #include "cli_error.h"
 #include "commands.h"
+#include "earliest.h"
 #include "operations.h"
+#include "report.h"
 #include "timeparse.h"
 
 namespace rsvctl {
@@ -13,7 +15,51 @@ namespace {
 struct AddOptions {
     std::string owner, slots = "1", hosts, begin, end, window, description;
     bool system = false;
+    bool earliest = false;
+    FitOptions fit;
 };
+
+// add --earliest: the search and the booking in one session, under the one
+// exclusive lock, so nothing can take the window in between.
+int addEarliest(const AddOptions &add, AddRequest req, const GlobalOptions &global)
+{
+    if (!add.begin.empty() || !add.end.empty() || !add.window.empty())
+        usageError("--earliest finds the window: give -D DURATION instead of -b/-e or -t");
+    FitRequest fit;
+    fit.owner = req.owner;
+    fit.minSlots = req.minSlots;
+    fit.maxSlots = req.maxSlots;
+    fit.typedHosts = req.hosts;
+    fit.system = req.system;
+    checkOwnerName(req.owner);
+    checkDescription(req.description);
+    readFitOptions(add.fit, fit);
+    Session session(resolveStateDir(global.stateDir), Access::Change);
+    session.requireWritableState();
+    FitAnswer answer = searchEarliest(session, fit);
+    if (!answer.found)
+        throw CliError(kExitRefused, noFitMessage(fit, answer));
+    req.window = answer.window;
+    req.recurring = fit.form != FitForm::OneOff;
+    if (req.recurring) {
+        req.typedWindow = answer.window;
+    } else {
+        req.typedBegin = formatTime(answer.start);
+        req.typedEnd = formatTime(answer.end);
+    }
+    std::string id = addReservation(session, req);
+    // Told from the reservation as booked.
+    std::string window = answer.window, hosts;
+    if (const RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), id.c_str())) {
+        window = ent->timeWindow ? ent->timeWindow : window;
+        for (int i = 0; i < ent->numHosts; ++i)
+            if (ent->allocVector[i].hostName)
+                hosts += fmt::format("{}{}:{}", hosts.empty() ? "" : ",", ent->allocVector[i].hostName,
+                                     ent->allocVector[i].numSlots);
+    }
+    fmt::print("{}\nbooked {} on {}\n", id, windowInWords(window, req.recurring), hosts);
+    return kExitOk;
+}
 
 } // namespace
 
@@ -31,12 +77,18 @@ void addChangeCommands(CLI::App &app, GlobalOptions &global, CommandList &comman
                        "Recurring window: H[:M]-H[:M] daily, or D:H:M-D:H:M weekly (D 0-7 or sun..sat)");
     addCmd->add_flag("--system", add->system, "System reservation: takes every free slot of the hosts");
     addCmd->add_option("-d,--description", add->description, "Free text shown by show and list --json");
+    addCmd->add_flag("--earliest", add->earliest,
+                     "Book the earliest window that fits, of length -D (instead of -b/-e or -t; see find)");
+    addFitOptions(addCmd, add->fit);
     addCmd->footer(R"(Examples:
   rsvctl add -u alice -n 8 -m hpc01 -b '2026-12-01 09:00' -e '2026-12-01 17:00'
   rsvctl add -u bob -n 4:8 -m hpc01,hpc02 -b +1h -e +3h -d 'test run'
   rsvctl add -u ops -n 2 -m gpu01 -t 22:00-6:00            (every night)
   rsvctl add -u lab -n 16 -m fat01 -t fri:18:00-mon:8:00   (every weekend)
-  rsvctl add -u root --system -m dev01 -b +1d -e +1d2h     (maintenance))");
+  rsvctl add -u root --system -m dev01 -b +1d -e +1d2h     (maintenance)
+  rsvctl add -u alice -n 8 -m hpc01 --earliest -D 6h       (first free 6 hours)
+  rsvctl add -u ops -n 2 -m gpu01 --earliest -D 8h --daily (first free time of day)
+With --earliest: prints the identifier, then the window booked.)");
     commands.push_back({addCmd, [add, &global]() {
         AddRequest req;
         req.owner = add->owner;
@@ -44,6 +96,10 @@ void addChangeCommands(CLI::App &app, GlobalOptions &global, CommandList &comman
         req.hosts = splitList(add->hosts);
         req.system = add->system;
         req.description = add->description;
+        if (add->earliest)
+            return addEarliest(*add, req, global);
+        if (anyFitOption(add->fit))
+            usageError("-D, --after, --before, --daily and --weekly go with --earliest");
         bool oneOff = !add->begin.empty() || !add->end.empty();
         if (oneOff && !add->window.empty())
             usageError("give either -b/-e (one-off) or -t (recurring), not both");

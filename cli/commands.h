@@ -29,6 +29,7 @@ void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &command
 void addModCommand(CLI::App &app, GlobalOptions &global, CommandList &commands);       // mod
 void addPlannerCommand(CLI::App &app, GlobalOptions &global, CommandList &commands);   // planner
 void addClusterCommands(CLI::App &app, GlobalOptions &global, CommandList &commands);  // check, hosts
+void addFindCommand(CLI::App &app, GlobalOptions &global, CommandList &commands);      // find
 void addDemoCommand(CLI::App &app, GlobalOptions &global, CommandList &commands);      // demo
 
 // Whether to colour output on standard output.

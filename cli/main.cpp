@@ -83,6 +83,7 @@ Start with:  rsvctl demo --state-dir /tmp/rsv-demo)");
     addModCommand(app, global, commands);
     addPlannerCommand(app, global, commands);
     addClusterCommands(app, global, commands);
+    addFindCommand(app, global, commands);
     addDemoCommand(app, global, commands);
 
     try {

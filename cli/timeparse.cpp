@@ -191,6 +191,39 @@ std::optional<long> parseShiftMinutes(const std::string &text, const std::string
     return static_cast<long>(amount * factor);
 }
 
+int parseDurationMinutes(const std::string &text, const std::string &what)
+{
+    const std::string forms = "use numbers with units d, h and m in that order, such as 6h, 90m, 1d2h or 2h30m";
+    // A bare number is refused rather than read as minutes: "-D 6" is as
+    // likely meant as hours.
+    long long total = 0;
+    size_t pos = 0;
+    int lastUnit = -1;  // index into "dhm" of the unit before
+    if (text.empty())
+        usageError(fmt::format("{} is empty: {}", what, forms));
+    while (pos < text.size()) {
+        size_t digits = pos;
+        while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits])))
+            ++digits;
+        if (digits == pos || digits - pos > 6 || digits == text.size())
+            usageError(fmt::format("bad {} '{}': {}", what, text, forms));
+        long long amount = 0;
+        toLong(text.substr(pos, digits - pos), amount);
+        const char unit = static_cast<char>(std::tolower(static_cast<unsigned char>(text[digits])));
+        const int index = unit == 'd' ? 0 : unit == 'h' ? 1 : unit == 'm' ? 2 : -1;
+        if (index <= lastUnit)
+            usageError(fmt::format("bad {} '{}': {}", what, text, forms));
+        lastUnit = index;
+        total += amount * (index == 0 ? 1440 : index == 1 ? 60 : 1);
+        pos = digits + 1;
+    }
+    if (total < 1)
+        usageError(fmt::format("{} '{}' is too short: at least 1m", what, text));
+    if (total > 366 * 1440)
+        usageError(fmt::format("{} '{}' is too long: at most 366d", what, text));
+    return static_cast<int>(total);
+}
+
 std::string normaliseRecurringWindow(const std::string &text)
 {
     size_t dash = text.find('-');

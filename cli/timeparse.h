@@ -25,6 +25,12 @@ time_t parsePoint(const std::string &text, const std::string &what);
 // in minutes; nullopt when the text does not start with a sign.
 std::optional<long> parseShiftMinutes(const std::string &text, const std::string &what);
 
+// A length of time: numbers each followed by a unit d, h or m, units in
+// that order and each at most once ("6h", "90m", "1d2h", "2h30m"), from 1
+// minute to 366 days; in minutes. `what` names the option in the error.
+// Throws CliError (usage).
+int parseDurationMinutes(const std::string &text, const std::string &what);
+
 // A recurring window "H[:M]-H[:M]" (daily) or "D:H:M-D:H:M" (weekly, D 0..7
 // or a weekday name such as fri), returned in the module's text with
 // weekday names turned into numbers. Throws CliError (usage) when the shape

@@ -153,6 +153,38 @@ TEST(Durations, DaysHoursMinutes)
     EXPECT_EQ(formatDuration(2 * 86400 + 8 * 3600 + 30 * 60), "2d 8h 30m");
 }
 
+TEST(Durations, LengthsWithUnitsInMinutes)
+{
+    EXPECT_EQ(parseDurationMinutes("6h", "-D"), 360);
+    EXPECT_EQ(parseDurationMinutes("90m", "-D"), 90);
+    EXPECT_EQ(parseDurationMinutes("1d2h", "-D"), 1560);
+    EXPECT_EQ(parseDurationMinutes("2h30m", "-D"), 150);
+    EXPECT_EQ(parseDurationMinutes("1d2h30m", "-D"), 1590);
+    EXPECT_EQ(parseDurationMinutes("2H", "-D"), 120);
+    EXPECT_EQ(parseDurationMinutes("1m", "-D"), 1);
+    EXPECT_EQ(parseDurationMinutes("366d", "-D"), 366 * 1440);
+    EXPECT_EQ(parseDurationMinutes("0d90m", "-D"), 90);
+}
+
+TEST(Durations, MalformedLengthsAreUsageErrors)
+{
+    auto message = [](const std::string &text) {
+        try {
+            parseDurationMinutes(text, "-D");
+        } catch (const CliError &e) {
+            EXPECT_EQ(e.status(), kExitUsage) << text;
+            return std::string(e.what());
+        }
+        return std::string("accepted");
+    };
+    const std::string forms = "use numbers with units d, h and m in that order, such as 6h, 90m, 1d2h or 2h30m";
+    EXPECT_EQ(message(""), "-D is empty: " + forms);
+    for (const char *bad : {"6", "h", "6x", "30m2h", "2h2h", "1d 2h", "-2h", "+2h", "1.5h", "1234567m"})
+        EXPECT_EQ(message(bad), "bad -D '" + std::string(bad) + "': " + forms) << bad;
+    EXPECT_EQ(message("0h"), "-D '0h' is too short: at least 1m");
+    EXPECT_EQ(message("367d"), "-D '367d' is too long: at most 366d");
+}
+
 TEST(ClusterFile, HostsAliasesAndLimit)
 {
     Cluster c = Cluster::parse("# c\nmax-per-owner 5\nalpha 8 16 a1 a2   # big\nbeta 4 b1\n\n", "hosts.conf");

@@ -86,6 +86,21 @@ bool PlannerJournal_record(RsvTimeTbl *tbl, const char *hostName, List *current)
 // again on its next use; otherwise the copies are dropped. Allocates nothing.
 void PlannerJournal_end(bool restore) noexcept;
 
+// The planner steps of changing a reservation's hosts (hostchange.cpp). The
+// table layer (table/hostchanges.cpp) finds the entry and checks the
+// arguments; these take the entry, which must be in `tbl`, and every
+// argument non-NULL except `hosts`.
+
+// Grows `ent` by the request's asked hosts and processor range over the
+// request's window (RsvTimeTbl_modEntrywithAddHosts after its look-up).
+// 0, or -1 with qob_errno as that call; a failure leaves the entry and the
+// planners as they were.
+int addHostsToEntry(RsvTimeTbl *tbl, RsvModReq *modReq, RsvEnt *ent);
+
+// Gives back hosts or processors of `ent` (RsvTimeTbl_modEntryWithRmHosts
+// after its look-up): the slots removed, or -1 with qob_errno as that call.
+int removeHostsFromEntry(RsvTimeTbl *tbl, RsvModReq *modReq, RsvEnt *ent, HashTab *hosts, int rmFlags);
+
 } // namespace rsv
 
 #endif

@@ -1249,7 +1249,8 @@ typedef struct RsvCell {
  * of that week, or, for a week without one, what a new planner of it would
  * hold (a dated week: the host's recurring bookings; the any-week planner:
  * nothing). 0, or -1 with qob_errno RSV_ERR_BAD_ARGUMENT (a NULL argument)
- * or RSV_ERR_NO_MEMORY; `cells` is then unchanged. */
+ * or RSV_ERR_NO_MEMORY; `cells` is then unchanged. Books nothing, creates
+ * no planner or planner list in the table, writes nothing. */
 int RsvTimeTbl_hostWeekCells(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week,
                              int cells[RSV_PLANNER_DAYS][RSV_PLANNER_SLOTS_PER_DAY]);
 
@@ -1257,7 +1258,9 @@ int RsvTimeTbl_hostWeekCells(RsvTimeTbl *tbl, const char *hostName, const RsvWee
  * planner list (the any-week planner first): *weeks (not NULL) gets a new
  * array of them that the caller frees with free(), NULL when there are
  * none. Returns their number, 0 for a host without a planner list, or -1
- * with qob_errno RSV_ERR_BAD_ARGUMENT or RSV_ERR_NO_MEMORY (*weeks NULL). */
+ * with qob_errno RSV_ERR_BAD_ARGUMENT or RSV_ERR_NO_MEMORY (*weeks NULL).
+ * Books nothing, creates no planner or planner list in the table, writes
+ * nothing. */
 int RsvTimeTbl_plannerWeeks(RsvTimeTbl *tbl, const char *hostName, RsvWeek **weeks);
 
 /* The most slots booked on `hostName` in any one cell: with `week` NULL,
@@ -1268,7 +1271,8 @@ int RsvTimeTbl_plannerWeeks(RsvTimeTbl *tbl, const char *hostName, RsvWeek **wee
  * order, then days, then slots, with `booked` the peak; when the peak is 0,
  * the asked week (rsvWeekRecur for NULL), day and slot -1 and booked 0.
  * Returns the peak (never below 0), or -1 with qob_errno
- * RSV_ERR_BAD_ARGUMENT or RSV_ERR_NO_MEMORY (*at unchanged). */
+ * RSV_ERR_BAD_ARGUMENT or RSV_ERR_NO_MEMORY (*at unchanged). Books nothing,
+ * creates no planner or planner list in the table, writes nothing. */
 int RsvTimeTbl_peakBooked(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week, RsvCell *at);
 
 /* The free slots of `hostName` over `timeWindow` (recurring non-zero for a
@@ -1281,7 +1285,8 @@ int RsvTimeTbl_peakBooked(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *
  * Returns the free slots, or -1 with qob_errno RSV_ERR_BAD_ARGUMENT (a NULL
  * table, host or window), RSV_ERR_BAD_HOST (no such host),
  * RSV_ERR_NO_SUCH_RSV (changingRsvId not in the table) or
- * RSV_ERR_NO_MEMORY. */
+ * RSV_ERR_NO_MEMORY. Books nothing, creates no planner or planner list in
+ * the table, writes nothing. */
 int RsvTimeTbl_freeSlots(RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring,
                          const char *changingRsvId);
 
@@ -1292,7 +1297,9 @@ int RsvTimeTbl_freeSlots(RsvTimeTbl *tbl, const char *hostName, const char *time
  * RsvTimeTbl_freeSlots. 1 with *at (not NULL) set to the cell and `booked`
  * the slots booked there (the changing reservation's own not counted); 0
  * when no cell is short (*at unchanged); -1 with qob_errno as
- * RsvTimeTbl_freeSlots (RSV_ERR_BAD_ARGUMENT also for a NULL `at`). */
+ * RsvTimeTbl_freeSlots (RSV_ERR_BAD_ARGUMENT also for a NULL `at`). Books
+ * nothing, creates no planner or planner list in the table, writes
+ * nothing. */
 int RsvTimeTbl_firstShortCell(RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring,
                               int needed, const char *changingRsvId, RsvCell *at);
 

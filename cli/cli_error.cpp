@@ -99,4 +99,9 @@ void refuse(int err, const ErrorContext &ctx, const std::string &detail)
     throw CliError(kExitRefused, moduleErrorText(err, ctx), detail);
 }
 
+void queryFailed(int err)
+{
+    throw CliError(kExitFile, moduleErrorText(err, {}));
+}
+
 } // namespace rsvctl

@@ -56,6 +56,10 @@ std::string moduleErrorText(int err, const ErrorContext &ctx);
 // optional detail lines.
 [[noreturn]] void refuse(int err, const ErrorContext &ctx, const std::string &detail = {});
 
+// A module query that could not answer (a query changes nothing, so in
+// practice only running out of memory stops one): its line, exit status 3.
+[[noreturn]] void queryFailed(int err);
+
 } // namespace rsvctl
 
 #endif

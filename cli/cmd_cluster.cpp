@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <map>
 #include <set>
 
@@ -25,11 +24,9 @@ namespace {
 // module's reconfiguration check compares with the host's capacity.
 int peakBooked(RsvTimeTbl *tbl, const std::string &host)
 {
-    int peak = 0;
-    List *list = RsvTimeTbl_getPlannerList(tbl, host.c_str());
-    if (list)
-        ResPlannerList_map(list, tbl, host.c_str(), "0:0:0-6:24:0", 1, &ResPlannerEnt_getMaxRsv,
-                           static_cast<int64_t>(reinterpret_cast<intptr_t>(&peak)), 0, nullptr);
+    int peak = RsvTimeTbl_peakBooked(tbl, host.c_str(), nullptr, nullptr);
+    if (peak < 0)
+        queryFailed(qob_errno);
     return peak;
 }
 
@@ -94,8 +91,8 @@ int runCheck(GlobalOptions &global)
 {
     Session session(resolveStateDir(global.stateDir), Access::Read);
     RsvTimeTbl *tbl = session.table();
-    // First, before anything below makes planners of its own: the files read
-    // back to this very table.
+    // First, before anything below reads the table: the files read back to
+    // this very table.
     const std::string filesDiffer = filesAgainstTable(session);
 
     // Hosts reservations hold that the cluster file no longer names.
@@ -188,21 +185,16 @@ int runHosts(GlobalOptions &global)
     }
     TextTable table({"HOST", "SLOTS", "CPUS", "ALIASES", "RSVS", "PEAK THIS WEEK"}, {1, 2, 4});
     for (const ClusterHost &host : session.cluster().hosts()) {
-        CellGrid grid = hostWeekGrid(tbl, host.name, week);
-        int peak = 0, peakDay = 0, peakSlot = 0;
-        for (int d = 0; d < RSV_PLANNER_DAYS; ++d)
-            for (int s = 0; s < RSV_PLANNER_SLOTS_PER_DAY; ++s)
-                if (grid[d][s] > peak) {
-                    peak = grid[d][s];
-                    peakDay = d;
-                    peakSlot = s;
-                }
+        RsvCell busiest{};
+        int peak = RsvTimeTbl_peakBooked(tbl, host.name.c_str(), &week, &busiest);
+        if (peak < 0)
+            queryFailed(qob_errno);
         std::string aliases;
         for (const auto &a : host.aliases)
             aliases += (aliases.empty() ? "" : ",") + a;
         std::string peakText = peak == 0 ? "-"
                                          : fmt::format("{}/{} from {}", peak, host.slots,
-                                                       formatTime(cellStart(week, peakDay, peakSlot)));
+                                                       formatTime(cellStart(week, busiest.day, busiest.slot)));
         table.addRow({host.name, std::to_string(host.slots), std::to_string(host.cpus), aliases.empty() ? "-" : aliases,
                       std::to_string(reservations[host.name]), peakText});
     }

@@ -212,7 +212,7 @@ std::string addReservation(Session &session, const AddRequest &request)
             for (const auto &h : hosts)
                 needs.push_back({h, request.minSlots > 0 ? request.minSlots : 1});
             detail = formatShortfall(explainShortfall(session.table(), session.cluster(), needs, request.window,
-                                                      request.recurring, request.system, nullptr),
+                                                      request.recurring, request.system, ""),
                                      request.system);
         }
         refuse(err, ctx, detail);
@@ -300,7 +300,7 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
                 if (ent->allocVector[i].hostName)
                     needs.push_back({ent->allocVector[i].hostName, ent->allocVector[i].numSlots});
             detail = formatShortfall(explainShortfall(session.table(), session.cluster(), needs, target, false,
-                                                      (ent->options & RSV_OPT_SYSTEM) != 0, ent),
+                                                      (ent->options & RSV_OPT_SYSTEM) != 0, id),
                                      (ent->options & RSV_OPT_SYSTEM) != 0);
         }
         refuse(err, ctx, detail);
@@ -344,7 +344,7 @@ void addHosts(Session &session, const std::string &id, const std::vector<std::st
             for (const auto &h : official)
                 needs.push_back({h, minSlots > 0 ? minSlots : 1});
             detail = formatShortfall(
-                explainShortfall(session.table(), session.cluster(), needs, window, recurring, system, nullptr),
+                explainShortfall(session.table(), session.cluster(), needs, window, recurring, system, ""),
                 system);
         }
         refuse(err, ctx, detail);

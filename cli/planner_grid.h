@@ -1,5 +1,5 @@
 // planner_grid.h: a host's weekly planner as rsvctl reads it: booked slots
-// per 10-minute cell, and which cells a time window covers.
+// per 10-minute cell, and the times of weeks and cells.
 #ifndef RSVCTL_PLANNER_GRID_H
 #define RSVCTL_PLANNER_GRID_H
 
@@ -12,18 +12,10 @@ namespace rsvctl {
 
 using CellGrid = std::array<std::array<int, RSV_PLANNER_SLOTS_PER_DAY>, RSV_PLANNER_DAYS>;
 
-// Booked slots of `host` (an official name) in `week`: the host's planner for
-// that week when there is one, otherwise what the module would see there (the
-// recurring bookings), built and thrown away as the module's own queries do.
+// Booked slots of `host` (an official name) in `week`, as the module sees
+// them (RsvTimeTbl_hostWeekCells). Throws CliError when the module cannot
+// answer (no memory).
 CellGrid hostWeekGrid(RsvTimeTbl *tbl, const std::string &host, const RsvWeek &week);
-
-// The slots that `ent` itself holds on `host` in `week` (for answering "why"
-// a change of that reservation does not fit).
-CellGrid entryWeekGrid(const RsvEnt *ent, const std::string &host, const RsvWeek &week);
-
-// 1 in every cell of `week` that `window` covers (a one-off epoch window or a
-// recurring one), by the module's own cell rules.
-CellGrid windowCoverage(const RsvWeek &week, const std::string &window, bool recurring);
 
 // The week holding time t.
 RsvWeek weekOf(time_t t);

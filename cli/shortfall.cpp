@@ -2,12 +2,10 @@
 #include "shortfall.h"
 
 #include <algorithm>
-#include <climits>
-#include <cstdlib>
-#include <memory>
 
 #include <fmt/format.h>
 
+#include "cli_error.h"
 #include "cluster.h"
 #include "planner_grid.h"
 #include "table_format.h"
@@ -17,45 +15,21 @@ namespace rsvctl {
 
 namespace {
 
-struct FreeDeleter {
-    void operator()(void *p) const { std::free(p); }
-};
-
-// The weeks a query over `window` looks at, as the module chooses them.
-std::vector<RsvWeek> queryWeeks(RsvTimeTbl *tbl, const std::string &host, const std::string &window,
-                                bool recurring)
+std::string cellWords(const RsvCell &cell)
 {
-    int n = 0;
-    RsvWeek *weeks = nullptr;
-    if (recurring) {
-        List *list = RsvTimeTbl_getPlannerList(tbl, host.c_str());
-        weeks = list ? ResPlannerList_getWeeks(list, &n) : nullptr;
-    } else {
-        weeks = RsvTimeWindow_getWeeks(window.c_str(), &n);
-    }
-    std::unique_ptr<RsvWeek, FreeDeleter> owner(weeks);
-    std::vector<RsvWeek> out;
-    for (int i = 0; weeks && i < n; ++i)
-        out.push_back(weeks[i]);
-    if (out.empty() && recurring)
-        out.push_back(rsvWeekRecur);
-    return out;
-}
-
-std::string cellWords(const RsvWeek &week, int day, int slot)
-{
-    if (isRecurringWeek(week))
-        return fmt::format("any week, {} {:02d}:{:02d}", weekdayName(day), slot / 6, slot % 6 * 10);
-    return formatTime(cellStart(week, day, slot));
+    if (isRecurringWeek(cell.week))
+        return fmt::format("any week, {} {:02d}:{:02d}", weekdayName(cell.day), cell.slot / 6, cell.slot % 6 * 10);
+    return formatTime(cellStart(cell.week, cell.day, cell.slot));
 }
 
 } // namespace
 
 std::vector<HostShortfall> explainShortfall(RsvTimeTbl *tbl, const Cluster &cluster,
                                             const std::vector<HostNeed> &hosts, const std::string &window,
-                                            bool recurring, bool system, const RsvEnt *own)
+                                            bool recurring, bool system, const std::string &ownId)
 {
     std::vector<HostShortfall> report;
+    const char *own = ownId.empty() ? nullptr : ownId.c_str();
     for (const HostNeed &need : hosts) {
         HostShortfall row;
         row.host = need.host;
@@ -67,34 +41,19 @@ std::vector<HostShortfall> explainShortfall(RsvTimeTbl *tbl, const Cluster &clus
             continue;
         }
         row.capacity = host->slots;
-        int maxBooked = 0;
-        bool firstFound = false;
-        for (const RsvWeek &week : queryWeeks(tbl, need.host, window, recurring)) {
-            CellGrid booked = hostWeekGrid(tbl, need.host, week);
-            CellGrid mine = own ? entryWeekGrid(own, need.host, week) : CellGrid{};
-            CellGrid covered = windowCoverage(week, window, recurring);
-            for (int d = 0; d < RSV_PLANNER_DAYS; ++d) {
-                for (int s = 0; s < RSV_PLANNER_SLOTS_PER_DAY; ++s) {
-                    if (!covered[d][s])
-                        continue;
-                    int used = booked[d][s] - mine[d][s];
-                    maxBooked = std::max(maxBooked, used);
-                    int freeHere = row.capacity - used;
-                    bool short_ = system ? used > 0 : freeHere < need.needed;
-                    if (short_ && !firstFound) {
-                        firstFound = true;
-                        row.hasShortCell = true;
-                        row.shortCell = cellWords(week, d, s);
-                        row.freeAtCell = std::max(freeHere, 0);
-                    }
-                }
-            }
+        RsvCell cell{};
+        int found = RsvTimeTbl_firstShortCell(tbl, need.host.c_str(), window.c_str(), recurring ? 1 : 0,
+                                              system ? RSV_NEED_WHOLE_HOST : need.needed, own, &cell);
+        if (found < 0)
+            queryFailed(qob_errno);
+        if (found > 0) {
+            row.hasShortCell = true;
+            row.shortCell = cellWords(cell);
+            row.freeAtCell = std::max(row.capacity - cell.booked, 0);
         }
-        // The module's own answer when nothing of the reservation itself
-        // needs giving back; it agrees with the cells read above.
-        row.freeSlots = own ? row.capacity - maxBooked
-                            : Rsv_getMaxAvailonHost(tbl, need.host.c_str(), window.c_str(), recurring ? 1 : 0,
-                                                    nullptr);
+        row.freeSlots = RsvTimeTbl_freeSlots(tbl, need.host.c_str(), window.c_str(), recurring ? 1 : 0, own);
+        if (row.freeSlots < 0)
+            queryFailed(qob_errno);
         report.push_back(row);
     }
     return report;

@@ -29,13 +29,13 @@ struct HostShortfall {
     int freeAtCell = 0;
 };
 
-// For each host: free slots over `window` (with `own`'s bookings given back
-// when a reservation's own change is asked about) and the first cell where
-// fewer than `needed` are free (for a system request, where anything at all
-// is booked).
+// For each host, as the module answers it: free slots over `window` (with
+// the bookings of reservation `ownId` given back when its own change is
+// asked about; "" for none) and the first cell where fewer than `needed`
+// are free (for a system request, where anything at all is booked).
 std::vector<HostShortfall> explainShortfall(RsvTimeTbl *tbl, const Cluster &cluster,
                                             const std::vector<HostNeed> &hosts, const std::string &window,
-                                            bool recurring, bool system, const RsvEnt *own);
+                                            bool recurring, bool system, const std::string &ownId);
 
 // The report as aligned lines, each ending in a newline.
 std::string formatShortfall(const std::vector<HostShortfall> &report, bool system);

@@ -38,15 +38,26 @@ std::vector<Record> records(RsvTimeTbl *tbl)
     return out;
 }
 
-std::vector<const ResPlanner *> plannersOf(RsvTimeTbl *tbl, const char *host)
+// One planner of a host, as the module reports it.
+struct WeekCells {
+    RsvWeek week{};
+    int cells[RSV_PLANNER_DAYS][RSV_PLANNER_SLOTS_PER_DAY]{};
+};
+
+// The host's planners, in the order of its list.
+std::vector<WeekCells> plannersOf(RsvTimeTbl *tbl, const char *host)
 {
-    std::vector<const ResPlanner *> out;
-    HashEnt *he = h_getEnt_(&tbl->plannerLists, host);
-    auto *list = he ? static_cast<List *>(he->value) : nullptr;
-    if (!list)
-        return out;
-    for (ListEntry *e = list->forw; e != reinterpret_cast<ListEntry *>(list); e = e->forw)
-        out.push_back(reinterpret_cast<const ResPlanner *>(e));
+    RsvWeek *weeksRaw = nullptr;
+    int numWeeks = RsvTimeTbl_plannerWeeks(tbl, host, &weeksRaw);
+    std::unique_ptr<RsvWeek, FreeDeleter> weeks(weeksRaw);
+    if (numWeeks < 0)
+        queryFailed(qob_errno);
+    std::vector<WeekCells> out(static_cast<size_t>(numWeeks));
+    for (int i = 0; i < numWeeks; ++i) {
+        out[i].week = weeks.get()[i];
+        if (RsvTimeTbl_hostWeekCells(tbl, host, &out[i].week, out[i].cells) != 0)
+            queryFailed(qob_errno);
+    }
     return out;
 }
 
@@ -69,11 +80,11 @@ std::set<std::string> plannerHosts(RsvTimeTbl *tbl)
 // A planner with nothing booked: the same as no planner at all (a table
 // keeps the empty planners of reservations it no longer has; one loaded
 // from the files never makes them).
-bool allFree(const ResPlanner *p)
+bool allFree(const WeekCells &p)
 {
     for (int d = 0; d < RSV_PLANNER_DAYS; ++d)
         for (int s = 0; s < RSV_PLANNER_SLOTS_PER_DAY; ++s)
-            if (p->slots[d][s].reserved != 0)
+            if (p.cells[d][s] != 0)
                 return false;
     return true;
 }
@@ -81,32 +92,31 @@ bool allFree(const ResPlanner *p)
 // The first difference between two hosts' planners, or "".
 std::string plannerDifference(RsvTimeTbl *memory, RsvTimeTbl *disk, const std::string &host)
 {
-    std::vector<const ResPlanner *> a = plannersOf(memory, host.c_str());
-    std::vector<const ResPlanner *> b = plannersOf(disk, host.c_str());
+    std::vector<WeekCells> a = plannersOf(memory, host.c_str());
+    std::vector<WeekCells> b = plannersOf(disk, host.c_str());
     // Matched by week: the order of a host's planners says nothing.
-    for (const ResPlanner *p : a) {
-        const ResPlanner *q = nullptr;
-        for (const ResPlanner *c : b)
-            if (RsvWeek_equal(&p->week, &c->week))
-                q = c;
+    for (const WeekCells &p : a) {
+        const WeekCells *q = nullptr;
+        for (const WeekCells &c : b)
+            if (RsvWeek_equal(&p.week, &c.week))
+                q = &c;
         if (!q && allFree(p))
             continue;
         if (!q)
-            return fmt::format("{} has bookings in the {} only in memory", host, weekText(p->week));
+            return fmt::format("{} has bookings in the {} only in memory", host, weekText(p.week));
         for (int d = 0; d < RSV_PLANNER_DAYS; ++d)
             for (int s = 0; s < RSV_PLANNER_SLOTS_PER_DAY; ++s)
-                if (p->slots[d][s].reserved != q->slots[d][s].reserved)
+                if (p.cells[d][s] != q->cells[d][s])
                     return fmt::format("planner cells of {} differ in the {} (day {}, {:02d}:{:02d}: {} in memory, "
                                        "{} on disk)",
-                                       host, weekText(p->week), d, s / 6, s % 6 * 10, p->slots[d][s].reserved,
-                                       q->slots[d][s].reserved);
+                                       host, weekText(p.week), d, s / 6, s % 6 * 10, p.cells[d][s], q->cells[d][s]);
     }
-    for (const ResPlanner *q : b) {
+    for (const WeekCells &q : b) {
         bool found = false;
-        for (const ResPlanner *p : a)
-            found = found || RsvWeek_equal(&p->week, &q->week);
+        for (const WeekCells &p : a)
+            found = found || RsvWeek_equal(&p.week, &q.week);
         if (!found && !allFree(q))
-            return fmt::format("{} has bookings in the {} only on disk", host, weekText(q->week));
+            return fmt::format("{} has bookings in the {} only on disk", host, weekText(q.week));
     }
     return "";
 }

@@ -1342,6 +1342,90 @@ int RsvTimeTbl_findEarliestRecurring(RsvTimeTbl *tbl, const RsvReq *req, int for
  * it twice is safe. */
 void RsvFit_destroy(RsvFit *fit);
 
+/* ======================================================================== */
+/* Queries for front ends                                                   */
+/* ======================================================================== */
+/* Read-only questions about a host's planners, answered the way the
+ * module's own bookings and availability checks see them, so that a front
+ * end never walks planner lists or makes planners of its own. Each query
+ * books nothing, creates no planner and no planner list in the table (a
+ * week or a host without one is read as a new one would start), and writes
+ * nothing; planners it needs for a moment are its own and are freed before
+ * it returns. `hostName` is the host's official name, the key of its planner
+ * list. An error is returned as -1 with the number in qob_errno. */
+
+/* One 10-minute cell of a host's planners. */
+typedef struct RsvCell {
+    RsvWeek week; /* the planner's week; rsvWeekRecur for the any-week one */
+    int day;      /* 0 (Sunday) .. 6; -1 when no cell is meant */
+    int slot;     /* 0 .. 143, ten minutes each from midnight; -1 likewise */
+    int booked;   /* slots booked in the cell (see each query) */
+} RsvCell;
+
+/* `needed` of RsvTimeTbl_firstShortCell for a request that takes the whole
+ * host, as a system reservation does: a cell is short when anything at all
+ * is booked in it. */
+#define RSV_NEED_WHOLE_HOST (-1)
+
+/* The slots booked in every cell of `week` (not NULL; rsvWeekRecur for the
+ * any-week planner) on `hostName`, into cells[day][slot]: the host's planner
+ * of that week, or, for a week without one, what a new planner of it would
+ * hold (a dated week: the host's recurring bookings; the any-week planner:
+ * nothing). 0, or -1 with qob_errno RSV_ERR_BAD_ARGUMENT (a NULL argument)
+ * or RSV_ERR_NO_MEMORY; `cells` is then unchanged. Books nothing, creates
+ * no planner or planner list in the table, writes nothing. */
+int RsvTimeTbl_hostWeekCells(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week,
+                             int cells[RSV_PLANNER_DAYS][RSV_PLANNER_SLOTS_PER_DAY]);
+
+/* The weeks of the planners that `hostName` has, in the order of its
+ * planner list (the any-week planner first): *weeks (not NULL) gets a new
+ * array of them that the caller frees with free(), NULL when there are
+ * none. Returns their number, 0 for a host without a planner list, or -1
+ * with qob_errno RSV_ERR_BAD_ARGUMENT or RSV_ERR_NO_MEMORY (*weeks NULL).
+ * Books nothing, creates no planner or planner list in the table, writes
+ * nothing. */
+int RsvTimeTbl_plannerWeeks(RsvTimeTbl *tbl, const char *hostName, RsvWeek **weeks);
+
+/* The most slots booked on `hostName` in any one cell: with `week` NULL,
+ * over every cell of every planner the host has (what RsvTimeTbl_checkHost
+ * compares with the host's limit; 0 for a host without planners); with a
+ * week, over the cells of that week as RsvTimeTbl_hostWeekCells reads them.
+ * `at` (may be NULL) gets the first cell holding the peak, planners in list
+ * order, then days, then slots, with `booked` the peak; when the peak is 0,
+ * the asked week (rsvWeekRecur for NULL), day and slot -1 and booked 0.
+ * Returns the peak (never below 0), or -1 with qob_errno
+ * RSV_ERR_BAD_ARGUMENT or RSV_ERR_NO_MEMORY (*at unchanged). Books nothing,
+ * creates no planner or planner list in the table, writes nothing. */
+int RsvTimeTbl_peakBooked(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week, RsvCell *at);
+
+/* The free slots of `hostName` over `timeWindow` (recurring non-zero for a
+ * daily or weekly window, else a one-off "start-end"): the host's capacity
+ * minus the most booked in any cell the window covers, in the weeks a
+ * booking over it would reach, and never below 0 -- what
+ * RsvTimeTbl_getReservableAlloc offers for the host before the minNumProcs
+ * cap. With `changingRsvId` (may be NULL) the slots that reservation itself
+ * holds on the host are counted as free, as when it is being changed.
+ * Returns the free slots, or -1 with qob_errno RSV_ERR_BAD_ARGUMENT (a NULL
+ * table, host or window), RSV_ERR_BAD_HOST (no such host),
+ * RSV_ERR_NO_SUCH_RSV (changingRsvId not in the table) or
+ * RSV_ERR_NO_MEMORY. Books nothing, creates no planner or planner list in
+ * the table, writes nothing. */
+int RsvTimeTbl_freeSlots(RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring,
+                         const char *changingRsvId);
+
+/* The first cell over `timeWindow` (weeks as RsvTimeTbl_freeSlots reaches
+ * them, then days, then slots) in which `hostName` has fewer than `needed`
+ * free slots (capacity minus booked), or, with RSV_NEED_WHOLE_HOST, in
+ * which anything is booked. `changingRsvId` (may be NULL) as for
+ * RsvTimeTbl_freeSlots. 1 with *at (not NULL) set to the cell and `booked`
+ * the slots booked there (the changing reservation's own not counted); 0
+ * when no cell is short (*at unchanged); -1 with qob_errno as
+ * RsvTimeTbl_freeSlots (RSV_ERR_BAD_ARGUMENT also for a NULL `at`). Books
+ * nothing, creates no planner or planner list in the table, writes
+ * nothing. */
+int RsvTimeTbl_firstShortCell(RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring,
+                              int needed, const char *changingRsvId, RsvCell *at);
+
 #if defined(__GNUC__) || defined(__clang__)
 #pragma GCC visibility pop
 #endif

@@ -96,6 +96,110 @@ struct Target {
     std::string text;
 };
 
+// The files of a save with their texts, in writing order: the id file (a
+// table whose state file has no '.' has none), then the state file. 0, or
+// RSV_ERR_NO_MEMORY.
+int buildTargets(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *skip, Target (&targets)[2], int &count)
+{
+    count = 0;
+    try {
+        if (tbl->idFile && tbl->idFile[0] != '\0') {
+            targets[count].file = tbl->idFile;
+            if (!rsv::RsvId_appendFileText(targets[count].text))
+                return RSV_ERR_NO_MEMORY;
+            targets[count++].tmp = std::string(tbl->idFile) + kTmpSuffix;
+        }
+        targets[count].file = tbl->stateFile;
+        if (!rsv::RsvTimeTbl_appendStateText(tbl, targets[count].text, skip))
+            return RSV_ERR_NO_MEMORY;
+        targets[count++].tmp = std::string(tbl->stateFile) + kTmpSuffix;
+        for (int i = 0; i < count; ++i)
+            targets[i].dir = directoryOf(targets[i].file);
+    } catch (const std::bad_alloc &) {
+        rsv::noteAllocationFailure();
+        return RSV_ERR_NO_MEMORY;
+    }
+    return 0;
+}
+
+// Every text to its temporary file. On failure nothing is replaced yet: the
+// temporaries already complete are dropped.
+bool writeTemporaries(const Target *targets, int count, Failure &f)
+{
+    bool ok = true;
+    int written = 0;
+    for (; ok && written < count; ++written)
+        ok = writeTemporary(targets[written].file, targets[written].tmp, targets[written].text, f);
+    if (!ok) {
+        for (int i = 0; i < written - 1; ++i)
+            ::unlink(targets[i].tmp.c_str());
+    }
+    return ok;
+}
+
+// Which files are missing, noted before anything is replaced, so that a
+// repair knows which files to take away again.
+void noteMissingFiles(rsv::TableSettings &settings, const Target *targets, int count)
+{
+    const bool hasIdFile = count == 2;
+    settings.idFileWasMissing = hasIdFile && ::access(targets[0].file, F_OK) != 0;
+    settings.stateFileWasMissing = ::access(targets[count - 1].file, F_OK) != 0;
+}
+
+// The temporaries renamed over their files in order; a failed rename drops
+// the temporaries not renamed. *replaced (may be NULL) is set once any file
+// was replaced.
+bool renameTargets(const Target *targets, int count, Failure &f, bool *replaced)
+{
+    bool ok = true;
+    int renamed = 0;
+    for (; ok && renamed < count; ++renamed) {
+        if (::rename(targets[renamed].tmp.c_str(), targets[renamed].file) != 0) {
+            ok = fail(f, targets[renamed].file, "rename");
+            for (int i = renamed; i < count; ++i)
+                ::unlink(targets[i].tmp.c_str());
+            break;
+        }
+    }
+    if (renamed > 0 && replaced)
+        *replaced = true;
+    return ok;
+}
+
+// The directory of each replaced file, once.
+bool syncDirectories(const Target *targets, int count, Failure &f)
+{
+    bool ok = true;
+    for (int i = 0; ok && i < count; ++i) {
+        if (i > 0 && targets[i].dir == targets[0].dir)
+            continue;
+        ok = syncDirectory(targets[i].file, targets[i].dir, f);
+    }
+    return ok;
+}
+
+// The outcome kept for RsvTimeTbl_lastSaveError, the failure logged, and the
+// result: RSV_OK, or RSV_ERR_NOT_SAVED with errno set to the failed step's.
+int recordOutcome(rsv::TableSettings &settings, bool ok, const Failure &f)
+{
+    if (ok) {
+        settings.saveErrno = 0;
+        settings.saveFile.clear();
+        settings.saveStep = "";
+        return RSV_OK;
+    }
+    try {
+        settings.saveFile = f.file;
+    } catch (...) {
+        settings.saveFile.clear();
+    }
+    settings.saveErrno = f.error;
+    settings.saveStep = f.step;
+    kx_syslog(KX_LOG_ERR, "%s: %s not saved (%s): %s", "RsvTimeTbl_save", f.file, f.step, std::strerror(f.error));
+    errno = f.error;
+    return RSV_ERR_NOT_SAVED;
+}
+
 } // namespace
 
 namespace rsv {
@@ -109,80 +213,17 @@ int RsvTimeTbl_saveDurably(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *s
     TableSettings *settings = tableSettings(tbl, true);
     if (!settings)
         return RSV_ERR_NO_MEMORY;
-
-    // A table whose state file has no '.' has no id file: only the state
-    // file is written.
     Target targets[2];
     int count = 0;
-    try {
-        if (tbl->idFile && tbl->idFile[0] != '\0') {
-            targets[count].file = tbl->idFile;
-            if (!RsvId_appendFileText(targets[count].text))
-                return RSV_ERR_NO_MEMORY;
-            targets[count++].tmp = std::string(tbl->idFile) + kTmpSuffix;
-        }
-        targets[count].file = tbl->stateFile;
-        if (!RsvTimeTbl_appendStateText(tbl, targets[count].text, skip))
-            return RSV_ERR_NO_MEMORY;
-        targets[count++].tmp = std::string(tbl->stateFile) + kTmpSuffix;
-        for (int i = 0; i < count; ++i)
-            targets[i].dir = directoryOf(targets[i].file);
-    } catch (const std::bad_alloc &) {
-        noteAllocationFailure();
-        return RSV_ERR_NO_MEMORY;
-    }
-
+    if (int error = buildTargets(tbl, skip, targets, count))
+        return error;
     Failure f;
-    bool ok = true;
-    int written = 0;
-    for (; ok && written < count; ++written)
-        ok = writeTemporary(targets[written].file, targets[written].tmp, targets[written].text, f);
-    if (!ok) {
-        // Nothing is replaced yet: drop the temporaries already complete.
-        for (int i = 0; i < written - 1; ++i)
-            ::unlink(targets[i].tmp.c_str());
-    }
-    if (ok) {
-        // Noted before anything is replaced, so that a repair knows which
-        // files to take away again.
-        const bool hasIdFile = count == 2;
-        settings->idFileWasMissing = hasIdFile && ::access(targets[0].file, F_OK) != 0;
-        settings->stateFileWasMissing = ::access(targets[count - 1].file, F_OK) != 0;
-    }
-    int renamed = 0;
-    for (; ok && renamed < count; ++renamed) {
-        if (::rename(targets[renamed].tmp.c_str(), targets[renamed].file) != 0) {
-            ok = fail(f, targets[renamed].file, "rename");
-            for (int i = renamed; i < count; ++i)
-                ::unlink(targets[i].tmp.c_str());
-            break;
-        }
-    }
-    if (renamed > 0 && replaced)
-        *replaced = true;
-    // The directory of each replaced file, once.
-    for (int i = 0; ok && i < count; ++i) {
-        if (i > 0 && targets[i].dir == targets[0].dir)
-            continue;
-        ok = syncDirectory(targets[i].file, targets[i].dir, f);
-    }
-
-    if (ok) {
-        settings->saveErrno = 0;
-        settings->saveFile.clear();
-        settings->saveStep = "";
-        return RSV_OK;
-    }
-    try {
-        settings->saveFile = f.file;
-    } catch (...) {
-        settings->saveFile.clear();
-    }
-    settings->saveErrno = f.error;
-    settings->saveStep = f.step;
-    kx_syslog(KX_LOG_ERR, "%s: %s not saved (%s): %s", "RsvTimeTbl_save", f.file, f.step, std::strerror(f.error));
-    errno = f.error;
-    return RSV_ERR_NOT_SAVED;
+    bool ok = writeTemporaries(targets, count, f);
+    if (ok)
+        noteMissingFiles(*settings, targets, count);
+    ok = ok && renameTargets(targets, count, f, replaced);
+    ok = ok && syncDirectories(targets, count, f);
+    return recordOutcome(*settings, ok, f);
 }
 
 } // namespace rsv

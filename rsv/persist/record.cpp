@@ -375,7 +375,13 @@ private:
     }
     // Give back the last `n` bytes of a room that were not used.
     void unused(size_t n) { len_ -= n; }
-    void put(const char *data, size_t n) { std::memcpy(room(n), data, n); }
+    void put(const char *data, size_t n)
+    {
+        char *at = room(n);
+        // An empty part may come as a NULL pointer, which memcpy must not see.
+        if (n != 0)
+            std::memcpy(at, data, n);
+    }
 
     std::string &out_;
     size_t len_;

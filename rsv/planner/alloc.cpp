@@ -3,19 +3,13 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "planner_internal.h"
 #include "rsv_internal.h"
 
 namespace {
 
 // Debug bits under which the entry lines of this unit are written.
 constexpr int kLogEntering = LC_RSV | LC_TRACE;
-
-// What a host can hold: its configured slot limit, or its processor count when
-// no limit is configured.
-int hostCapacity(const RsvHost *host)
-{
-    return host->maxSlots == rsv::kUnlimitedSlots ? host->numCpus : host->maxSlots;
-}
 
 int64_t accumulatorArg(int *acc)
 {
@@ -34,6 +28,15 @@ int maxReserved(List *list, RsvTimeTbl *tbl, const char *hostName, const char *t
 }
 
 } // namespace
+
+namespace rsv {
+
+int hostCapacity(const RsvHost *host)
+{
+    return host->maxSlots == kUnlimitedSlots ? host->numCpus : host->maxSlots;
+}
+
+} // namespace rsv
 
 extern "C" {
 
@@ -89,7 +92,7 @@ int RsvTimeTbl_getReservableAlloc(RsvTimeTbl *tbl, RsvReq *req, ResAlloc **out, 
             elem.numSlots = 0;
             continue;
         }
-        elem.numSlots = hostCapacity(host);
+        elem.numSlots = rsv::hostCapacity(host);
         const int used = maxReserved(list, tbl, elem.hostName, req->timeWindow, recurring, ent);
         if (used != 0 && (req->options & RSV_OPT_SYSTEM)) {
             qob_errno = RSV_ERR_NOT_ENOUGH_SLOTS;
@@ -191,7 +194,7 @@ int Rsv_getMaxAvailonHost(RsvTimeTbl *tbl, const char *hostName, const char *tim
     rsv::CPtr<char> official(miscFuncs.officialHostName(hostName));
     List *list = RsvTimeTbl_getPlannerList(tbl, official.get());
     const int used = maxReserved(list, tbl, hostName, timeWindow, recurring, ent);
-    return static_cast<int>(static_cast<int64_t>(hostCapacity(host)) - used);
+    return static_cast<int>(static_cast<int64_t>(rsv::hostCapacity(host)) - used);
 }
 
 // Check that every host of the entry can hold its slots over `newTimeWindow`,

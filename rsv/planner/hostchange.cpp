@@ -1,7 +1,8 @@
 // Changing a reservation's hosts: growing it by hosts or processors, and
 // giving back named hosts or a number of processors. The entry's allocation
 // vector and the planners change together, so that afterwards the planners
-// hold exactly the entry's new slots.
+// hold exactly the entry's new slots. The entry is found by the table layer
+// (table/hostchanges.cpp); the steps here take it as an argument.
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -14,13 +15,10 @@ namespace {
 
 constexpr int kTraceBits = LC_RSV | LC_TRACE;
 
-// Removal work record, one per element of the entry's vector.
-constexpr unsigned kGone = 0x1;
-struct RmWork {
-    unsigned flags;
-    int remaining;
-    int removed;
-};
+// The names under which the two changes log and allocate: the daemon's logs
+// and the allocator's caller tags have always read so.
+constexpr const char *kAddFn = "Rsv_reallocwithAddHosts";
+constexpr const char *kRmFn = "RsvTimeTbl_modEntryWithRmHosts";
 
 const char *nameOrEmpty(const char *text)
 {
@@ -50,6 +48,15 @@ void mapHost(RsvTimeTbl *tbl, const char *host, const char *timeWindow, int recu
     ResPlannerList_map(list, tbl, host, timeWindow, recurring, op, numSlots, keepNew, ent);
 }
 
+// Replaces the entry's vector by `vector` (the old one and its names freed).
+void installVector(RsvEnt *ent, AllocElem *vector)
+{
+    RsvEnt_freeAllocVector(&ent->allocVector, ent->numHosts);
+    ent->allocVector = vector;
+}
+
+// ---------------------------------------------------------------- adding
+
 // Whether an earlier element of `avail` that offers slots names the same host.
 bool offeredEarlier(const ResAlloc *avail, int i)
 {
@@ -59,32 +66,412 @@ bool offeredEarlier(const ResAlloc *avail, int i)
     return false;
 }
 
+// The element of the entry's first `oldCount` that holds `host`, or -1.
+int heldAt(const RsvEnt *ent, int oldCount, const char *host)
+{
+    for (int j = 0; j < oldCount; ++j) {
+        const char *old = ent->allocVector[j].hostName;
+        if (old && std::strcmp(old, host) == 0)
+            return j;
+    }
+    return -1;
+}
+
+// What growing a reservation works out before any planner is touched.
+struct AddPlan {
+    std::vector<int> slotsOffered; // per offer: what it brings (0: nothing, or its host offered earlier)
+    std::vector<int> existingAt;   // per offer: the element already holding its host, or -1
+    std::vector<int> bookedOn;     // per offer: the slots booked on it
+    rsv::CPtr<int> match;          // per old element: the offer naming its host, or -1
+    int visited = 0;               // offers looked at before minNumProcs was met
+    int sum = 0;                   // slots those offers bring
+    int newHosts = 0;              // hosts among them that the entry does not hold yet
+};
+
+// The work arrays, before anything else: when they cannot be had there is
+// nothing to release. False with qob_errno 55.
+bool startAddPlan(AddPlan &plan, int n, int oldCount)
+{
+    try {
+        plan.slotsOffered.assign(static_cast<size_t>(n), 0);
+        plan.existingAt.assign(static_cast<size_t>(n), -1);
+        plan.bookedOn.assign(static_cast<size_t>(n), 0);
+    } catch (const std::bad_alloc &) {
+        rsv::noteAllocationFailure();
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return false;
+    }
+    if (oldCount > 0) {
+        plan.match.reset(static_cast<int *>(rsv::allocRecord(oldCount, sizeof(int), kAddFn)));
+        if (!plan.match) {
+            qob_errno = RSV_ERR_NO_MEMORY;
+            return false;
+        }
+        std::fill(plan.match.get(), plan.match.get() + oldCount, -1);
+    }
+    return true;
+}
+
+// Counting pass: which offers are existing hosts, how many are new, and how
+// many slots are offered up to the point where minNumProcs is met.
+void countOffers(AddPlan &plan, const ResAlloc *avail, int n, const RsvEnt *ent, int oldCount, int minNumProcs)
+{
+    for (int i = 0; i < n; ++i) {
+        plan.visited = i + 1;
+        plan.slotsOffered[i] = avail[i].hostName ? avail[i].numSlots : 0;
+        if (plan.slotsOffered[i] == 0)
+            continue;
+        if (offeredEarlier(avail, i)) {
+            plan.slotsOffered[i] = 0;
+            continue;
+        }
+        const int j = heldAt(ent, oldCount, avail[i].hostName);
+        if (j >= 0) {
+            plan.existingAt[i] = j;
+            plan.match.get()[j] = i;
+        } else {
+            ++plan.newHosts;
+        }
+        plan.sum += plan.slotsOffered[i];
+        if (plan.sum >= minNumProcs)
+            break;
+    }
+}
+
+// Booking plan: hosts in order, each as far as it can, until the target; a
+// host the entry holds already keeps its old slots on top. Fills `vector`
+// from its start and returns how many elements it filled, or -1 with
+// qob_errno 55 (the vector is then freed).
+int planBookings(AddPlan &plan, AllocElem *vector, int size, const ResAlloc *avail, const RsvEnt *ent, int n,
+                 int target)
+{
+    int k = 0;
+    int booked = 0;
+    if (n < 1 || target < 1)
+        return 0;
+    for (int i = 0; i < plan.visited && booked < target && k < size; ++i) {
+        if (plan.slotsOffered[i] == 0)
+            continue;
+        int amount = std::min(plan.slotsOffered[i], target - booked);
+        booked += amount;
+        plan.bookedOn[i] = amount;
+        AllocElem &el = vector[k];
+        el.hostName = rsv::dupText(avail[i].hostName);
+        if (!el.hostName) {
+            freeUnusedVector(vector, size);
+            qob_errno = RSV_ERR_NO_MEMORY;
+            return -1;
+        }
+        el.numSlots = amount;
+        if (plan.existingAt[i] >= 0) {
+            const AllocElem &old = ent->allocVector[plan.existingAt[i]];
+            el.numSlots += old.numSlots;
+            el.extra1 = old.extra1;
+            el.extra2 = old.extra2;
+        }
+        ++k;
+    }
+    return k;
+}
+
+// The old elements no offer named, copied after the booked ones from
+// element `k` on. False with qob_errno 55 (the vector is then freed).
+bool copyUntouched(AllocElem *vector, int size, int k, const AddPlan &plan, const RsvEnt *ent, int oldCount)
+{
+    for (int j = 0; j < oldCount && k < size; ++j) {
+        if (plan.match.get()[j] != -1)
+            continue;
+        const AllocElem &old = ent->allocVector[j];
+        AllocElem &el = vector[k++];
+        el.hostName = old.hostName ? rsv::dupText(old.hostName) : nullptr;
+        if (old.hostName && !el.hostName) {
+            freeUnusedVector(vector, size);
+            qob_errno = RSV_ERR_NO_MEMORY;
+            return false;
+        }
+        el.numSlots = old.numSlots;
+        el.extra1 = old.extra1;
+        el.extra2 = old.extra2;
+    }
+    return true;
+}
+
+// Commit: the offers as the booking left them, the existing hosts' old slots
+// released, the first `numBooked` elements of the new vector booked.
+void commitBookings(RsvTimeTbl *tbl, ResAlloc *avail, const AddPlan &plan, const AllocElem *vector, int numBooked,
+                    RsvEnt *ent, const char *timeWindow, int recurring)
+{
+    for (int i = 0; i < plan.visited; ++i) {
+        avail[i].extra1 = plan.existingAt[i];
+        if (plan.slotsOffered[i] == 0 && avail[i].numSlots != 0)
+            avail[i].numSlots = 0;
+        else if (plan.bookedOn[i] > 0)
+            avail[i].numSlots = plan.bookedOn[i];
+        if (plan.existingAt[i] >= 0) {
+            const AllocElem &old = ent->allocVector[plan.existingAt[i]];
+            mapHost(tbl, old.hostName, timeWindow, recurring, ResPlannerEnt_decr, old.numSlots, 1, ent);
+        }
+    }
+    for (int e = 0; e < numBooked; ++e)
+        mapHost(tbl, vector[e].hostName, timeWindow, recurring, ResPlannerEnt_incr, vector[e].numSlots, 1, ent);
+}
+
+// ---------------------------------------------------------------- removing
+
+// Removal work record, one per element of the entry's vector.
+constexpr unsigned kGone = 0x1;
+struct RmWork {
+    unsigned flags;
+    int remaining;
+    int removed;
+};
+
+// What a removal asks for, from its flags and (by number) its range.
+struct RmAsk {
+    const char *rsvId = "";
+    bool byHosts = false;
+    bool byNumber = false;
+    bool takeUnflagged = false;
+    bool takeMarked = false;
+    int minProcs = 0;
+    int reserved = 0;
+    int asked = 0;
+};
+
+// What the walk over the entry's elements found.
+struct RmTally {
+    int left = 0;          // by number: still to remove; by hosts: minus the slots removed
+    int removedHosts = 0;  // elements left without slots
+    int used = 0;          // by number: slots held by jobs on the elements looked at
+    int slots = 0;         // by number: slots of the elements looked at
+    bool busy = false;     // by hosts: a chosen host is held by jobs
+    bool sawUnflagged = false;
+    bool sawMarked = false;
+};
+
+// The reading of rmFlags.
+RmAsk readRemovalFlags(const char *rsvId, int rmFlags)
+{
+    RmAsk ask;
+    ask.rsvId = rsvId;
+    ask.byHosts = (rmFlags & RSV_RM_HOSTS) != 0;
+    ask.byNumber = (rmFlags & RSV_RM_NUMPROCS) != 0;
+    ask.takeUnflagged = (rmFlags & RSV_RM_UNFLAGGED) != 0;
+    ask.takeMarked = (rmFlags & RSV_RM_MARKED) != 0;
+    return ask;
+}
+
+// By number: how many processors to take, from the request's range and the
+// reservation's slots. False with qob_errno 190 when the reservation holds
+// fewer than the minimum.
+bool sizeRemovalByNumber(RmAsk &ask, const RsvReq &req, const RsvEnt *ent)
+{
+    ask.minProcs = req.minNumProcs;
+    const int maxProcs = req.maxNumProcs;
+    ask.reserved = Rsv_getNumSlotsReserved(ent);
+    if (ask.minProcs > 0 && ask.reserved < ask.minProcs) {
+        if (rsv::logOn(LC_RSV))
+            kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s> has <%d> slots while requested to remove minNumProcs <%d>",
+                      kRmFn, ask.rsvId, ask.reserved, ask.minProcs);
+        qob_errno = RSV_ERR_NOT_ENOUGH_SLOTS;
+        return false;
+    }
+    ask.asked = ask.minProcs;
+    if (maxProcs > 0) {
+        ask.asked = maxProcs;
+        if (ask.reserved < maxProcs) {
+            ask.asked = ask.reserved;
+            if (rsv::logOn(LC_RSV))
+                kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s> has <%d> slots while requested to remove maxNumProcs <%d>",
+                          kRmFn, ask.rsvId, ask.reserved, maxProcs);
+        }
+    }
+    if (rsv::logOn(LC_RSV))
+        kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s> min <%d> max <%d> nRequested <%d> nReserved <%d>", kRmFn, ask.rsvId,
+                  ask.minProcs, maxProcs, ask.asked, ask.reserved);
+    return true;
+}
+
+// By hosts: whether the element's host is chosen. A host named in `hosts`
+// gets its mark set to 2; an unflagged or marked host is taken only when
+// named or when its selection asks for it; any other host always is.
+bool chosenByHosts(const char *host, const RsvHost *rec, const RmAsk &ask, RmTally &tally, HashTab *hosts)
+{
+    HashEnt *named = hosts ? h_getEnt_(hosts, host) : nullptr;
+    if (named && named->value)
+        *static_cast<int *>(named->value) = 2;
+    if (!(rec->status & RSV_HOST_STATUS_FLAGGED)) {
+        tally.sawUnflagged = true;
+        if (!named && !ask.takeUnflagged) {
+            if (rsv::logOn(LC_RSV))
+                kx_syslog(KX_LOG_DEBUG, "%s: skipping host <%s>, not requested", kRmFn, host);
+            return false;
+        }
+    }
+    if (rec->attr & RSV_HOST_ATTR_MARKED) {
+        tally.sawMarked = true;
+        if (!named && !ask.takeMarked) {
+            if (rsv::logOn(LC_RSV))
+                kx_syslog(KX_LOG_DEBUG, "%s: skipping host <%s>, not requested", kRmFn, host);
+            return false;
+        }
+    }
+    return true;
+}
+
+// Takes what the removal wants of one chosen element into its work record:
+// by number, its free slots up to what is still to remove; by hosts alone,
+// all of them unless jobs hold some. Whether the element was looked at.
+bool takeSlots(const AllocElem &el, RmWork &w, const RmAsk &ask, RmTally &tally)
+{
+    if (!ask.byHosts || ask.byNumber) {
+        if (tally.left <= 0)
+            return false;
+        const int freeSlots = el.numSlots - el.extra1 - el.extra2;
+        tally.used += el.extra1 + el.extra2;
+        tally.slots += el.numSlots;
+        if (freeSlots > 0) {
+            const int t = std::min(tally.left, freeSlots);
+            w.remaining -= t;
+            w.removed = t;
+            tally.left -= t;
+        }
+        return true;
+    }
+    if (el.extra1 < 1 && el.extra2 < 1) {
+        const int t = el.numSlots - el.extra1 - el.extra2;
+        if (t > 0) {
+            w.remaining -= t;
+            w.removed = t;
+            tally.left -= t; // goes negative: counts the slots removed
+        }
+    } else {
+        tally.busy = true;
+    }
+    return true;
+}
+
+// One element of the walk: its work record, whether its host still exists
+// and is chosen, and what is taken of it.
+void planElementRemoval(const AllocElem &el, RmWork &w, const RmAsk &ask, RmTally &tally, HashTab *hosts)
+{
+    w.flags = 0;
+    w.remaining = el.numSlots;
+    w.removed = 0;
+    const char *host = nameOrEmpty(el.hostName);
+    RsvHost *rec = el.hostName ? miscFuncs.findHost(el.hostName) : nullptr;
+    if (!rec) {
+        kx_syslog(KX_LOG_ERR,
+                  kx_catgets(kx_catd, rsv::kCatSetRsv, 6101,
+                             "%s: host <%s> reserved by reservation <%s> no longer exists. Configuration "
+                             "changed?"),
+                  kRmFn, host, ask.rsvId);
+        return;
+    }
+    if (ask.byHosts && !chosenByHosts(host, rec, ask, tally, hosts))
+        return;
+    if (ask.byNumber && tally.left <= 0)
+        return;
+    if (takeSlots(el, w, ask, tally) && w.remaining < 1) {
+        w.flags |= kGone;
+        ++tally.removedHosts;
+    }
+}
+
+// By hosts: the error of a selection that finds nothing to remove, or 0.
+int hostsRemovalError(const RmAsk &ask, const RmTally &tally, HashTab *hosts)
+{
+    if (Rsv_rmHosts_checkHostsInRsv(hosts) < 0 || (ask.takeMarked && !tally.sawMarked) ||
+        (ask.takeUnflagged && !tally.sawUnflagged))
+        return RSV_ERR_HOST_NOT_IN_RSV;
+    if (ask.byNumber)
+        return 0;
+    if (ask.takeUnflagged && ask.takeMarked)
+        return RSV_ERR_NOTHING_LEFT;
+    if (tally.busy)
+        return RSV_ERR_HOST_IN_USE;
+    if (tally.removedHosts == 0)
+        return RSV_ERR_HOST_NOT_IN_RSV;
+    return 0;
+}
+
+// By number: the error of a removal that cannot take what was asked, or 0;
+// `done` is what it takes.
+int numberRemovalError(const RmAsk &ask, const RmTally &tally, int done)
+{
+    if (tally.used > 0 && ask.asked <= tally.slots && (done == 0 || done < ask.asked))
+        return RSV_ERR_HOST_IN_USE;
+    if (done < 1 || (tally.left > 0 && ask.minProcs > 0 && done < ask.minProcs)) {
+        if (rsv::logOn(LC_RSV))
+            kx_syslog(KX_LOG_DEBUG, "%s: Not enough processors", kRmFn);
+        return RSV_ERR_NOT_ENOUGH_SLOTS;
+    }
+    if (ask.reserved <= done)
+        return RSV_ERR_NOTHING_LEFT;
+    return 0;
+}
+
+// The error of the planned removal as a whole, or 0.
+int removalError(const RmAsk &ask, const RmTally &tally, HashTab *hosts, int count)
+{
+    if (ask.byHosts) {
+        if (int error = hostsRemovalError(ask, tally, hosts))
+            return error;
+    }
+    if (ask.byNumber) {
+        if (int error = numberRemovalError(ask, tally, ask.asked - tally.left))
+            return error;
+    }
+    return count - tally.removedHosts < 1 ? RSV_ERR_NOTHING_LEFT : 0;
+}
+
+// The new vector, made before any slot is released so that running out of
+// memory still leaves the planners untouched: every element not gone, with
+// its remaining slots. NULL (logged, qob_errno left alone) when it cannot be
+// made.
+AllocElem *keptElements(const RsvEnt *ent, const RmWork *work, int newCount)
+{
+    auto *vector = static_cast<AllocElem *>(rsv::allocRecord(newCount, sizeof(AllocElem), kRmFn));
+    if (!vector) {
+        logCallocFailed(kRmFn);
+        return nullptr;
+    }
+    int k = 0;
+    for (int j = 0; j < ent->numHosts; ++j) {
+        const AllocElem &el = ent->allocVector[j];
+        if (work[j].flags & kGone)
+            continue;
+        AllocElem &out = vector[k++];
+        out.hostName = el.hostName ? rsv::dupText(el.hostName) : nullptr;
+        if (el.hostName && !out.hostName) {
+            logCallocFailed(kRmFn);
+            freeUnusedVector(vector, newCount);
+            return nullptr;
+        }
+        out.numSlots = work[j].remaining;
+        out.extra1 = el.extra1;
+        out.extra2 = el.extra2;
+    }
+    return vector;
+}
+
+// Gives back on each host the slots the walk took of it.
+void releaseRemovedSlots(RsvTimeTbl *tbl, RsvEnt *ent, const RmWork *work)
+{
+    const int recurring = ent->options & RSV_OPT_RECURRING;
+    for (int j = 0; j < ent->numHosts; ++j) {
+        const AllocElem &el = ent->allocVector[j];
+        if (work[j].removed > 0)
+            mapHost(tbl, el.hostName, ent->timeWindow, recurring, ResPlannerEnt_decr, work[j].removed, 0, ent);
+    }
+}
+
 } // namespace
 
-extern "C" {
+namespace rsv {
 
-// Grows the reservation `modReq->rsvId` by the request's hosts and processor
-// range, over the request's window. 0, or -1 with qob_errno: 52 (NULL
-// argument), 311 (no such reservation), 190 (fewer reservable processors
-// than minNumProcs), 55 (no memory), or the error of the reservable-slot
-// query. Asked host names in the request are replaced by official names. A
-// failure leaves the entry and the planners as they were.
-int RsvTimeTbl_modEntrywithAddHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
+int addHostsToEntry(RsvTimeTbl *tbl, RsvModReq *modReq, RsvEnt *ent)
 {
-    static const char *const fn = "RsvTimeTbl_modEntrywithAddHosts";
-    if (rsv::logOn(kTraceBits))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", fn);
-    if (!tbl || !modReq) {
-        qob_errno = RSV_ERR_BAD_ARGUMENT;
-        return -1;
-    }
-    RsvEnt *ent = modReq->rsvId ? RsvTimeTbl_getEntry(tbl, modReq->rsvId) : nullptr;
-    if (!ent) {
-        if (rsv::logOn(kTraceBits))
-            kx_syslog(KX_LOG_DEBUG, "%s: reservation <%s> is not found", fn, nameOrEmpty(modReq->rsvId));
-        qob_errno = RSV_ERR_NO_SUCH_RSV;
-        return -1;
-    }
     ResAlloc *availRaw = nullptr;
     int total = RsvTimeTbl_getReservableAlloc(tbl, &modReq->req, &availRaw, ent);
     // The names in the array are the request's own: only the array is freed.
@@ -103,6 +490,46 @@ int RsvTimeTbl_modEntrywithAddHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
     return 0;
 }
 
+int removeHostsFromEntry(RsvTimeTbl *tbl, RsvModReq *modReq, RsvEnt *ent, HashTab *hosts, int rmFlags)
+{
+    RmAsk ask = readRemovalFlags(nameOrEmpty(modReq->rsvId), rmFlags);
+    if (ent->numHosts < 1 || !ent->allocVector) {
+        if (rsv::logOn(LC_RSV))
+            kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s> has no allocation", kRmFn, ask.rsvId);
+        qob_errno = RSV_ERR_NO_SUCH_RSV;
+        return -1;
+    }
+    if (ask.byNumber && !sizeRemovalByNumber(ask, modReq->req, ent))
+        return -1;
+    const int count = ent->numHosts;
+    rsv::CPtr<RmWork> work(static_cast<RmWork *>(rsv::allocRecord(count, sizeof(RmWork), kRmFn)));
+    if (!work) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return -1;
+    }
+    RmTally tally;
+    tally.left = ask.asked;
+    for (int j = 0; j < count; ++j)
+        planElementRemoval(ent->allocVector[j], work.get()[j], ask, tally, hosts);
+    if (int error = removalError(ask, tally, hosts, count)) {
+        qob_errno = error;
+        return -1;
+    }
+    const int newCount = count - tally.removedHosts;
+    AllocElem *vector = keptElements(ent, work.get(), newCount);
+    if (!vector)
+        return -1;
+    releaseRemovedSlots(tbl, ent, work.get());
+    installVector(ent, vector);
+    ent->numHosts = newCount;
+    rsv::noteRecurringChange();
+    return ask.byNumber ? ask.asked - tally.left : -tally.left;
+}
+
+} // namespace rsv
+
+extern "C" {
+
 // Rebuilds the entry's vector with the offered slots of `avail` added, taking
 // hosts in order until minNumProcs is met and never more than maxNumProcs:
 // an existing host's old slots are released and booked again together with
@@ -114,381 +541,42 @@ int RsvTimeTbl_modEntrywithAddHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
 int Rsv_reallocwithAddHosts(RsvTimeTbl *tbl, int numAvail, ResAlloc *avail, RsvModReq *modReq, RsvEnt *ent,
                             const char *mode)
 {
-    static const char *const fn = "Rsv_reallocwithAddHosts";
     (void)mode;
     if (rsv::logOn(kTraceBits))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", fn);
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", kAddFn);
     if (!tbl || !modReq || !ent || (numAvail > 0 && !avail)) {
         qob_errno = RSV_ERR_BAD_ARGUMENT;
         return -1;
     }
     const int oldCount = (ent->allocVector && ent->numHosts > 0) ? ent->numHosts : 0;
     const int n = std::max(numAvail, 0);
-    const char *timeWindow = modReq->req.timeWindow;
-    const int recurring = modReq->req.options & RSV_OPT_RECURRING;
 
     // Everything is planned and allocated before a planner is touched, so
-    // that running out of memory changes nothing. The work arrays come
-    // first: when they cannot be had there is nothing to release.
-    std::vector<int> slotsOffered;
-    std::vector<int> existingAt;
-    std::vector<int> bookedOn;
-    try {
-        slotsOffered.assign(static_cast<size_t>(n), 0);
-        existingAt.assign(static_cast<size_t>(n), -1);
-        bookedOn.assign(static_cast<size_t>(n), 0);
-    } catch (const std::bad_alloc &) {
-        rsv::noteAllocationFailure();
-        qob_errno = RSV_ERR_NO_MEMORY;
+    // that running out of memory changes nothing.
+    AddPlan plan;
+    if (!startAddPlan(plan, n, oldCount))
         return -1;
-    }
-    rsv::CPtr<int> match;
-    if (oldCount > 0) {
-        match.reset(static_cast<int *>(rsv::allocRecord(oldCount, sizeof(int), fn)));
-        if (!match) {
-            qob_errno = RSV_ERR_NO_MEMORY;
-            return -1;
-        }
-        std::fill(match.get(), match.get() + oldCount, -1);
-    }
-
-    // Counting pass: which offers are existing hosts, how many are new, and
-    // how many slots are offered up to the point where minNumProcs is met.
-    int visited = 0;
-    int sum = 0;
-    int newHosts = 0;
-    for (int i = 0; i < n; ++i) {
-        visited = i + 1;
-        slotsOffered[i] = avail[i].hostName ? avail[i].numSlots : 0;
-        if (slotsOffered[i] == 0)
-            continue;
-        if (offeredEarlier(avail, i)) {
-            slotsOffered[i] = 0;
-            continue;
-        }
-        for (int j = 0; j < oldCount; ++j) {
-            const char *old = ent->allocVector[j].hostName;
-            if (old && std::strcmp(old, avail[i].hostName) == 0) {
-                existingAt[i] = j;
-                match.get()[j] = i;
-                break;
-            }
-        }
-        if (existingAt[i] < 0)
-            ++newHosts;
-        sum += slotsOffered[i];
-        if (sum >= modReq->req.minNumProcs)
-            break;
-    }
-    const int target = std::min(modReq->req.maxNumProcs, sum);
-    const int size = oldCount + newHosts;
+    countOffers(plan, avail, n, ent, oldCount, modReq->req.minNumProcs);
+    const int target = std::min(modReq->req.maxNumProcs, plan.sum);
+    const int size = oldCount + plan.newHosts;
 
     AllocElem *vector = nullptr;
     if (size > 0) {
-        vector = static_cast<AllocElem *>(rsv::allocRecord(size, sizeof(AllocElem), fn));
+        vector = static_cast<AllocElem *>(rsv::allocRecord(size, sizeof(AllocElem), kAddFn));
         if (!vector) {
             qob_errno = RSV_ERR_NO_MEMORY;
             return -1;
         }
     }
+    const int numBooked = planBookings(plan, vector, size, avail, ent, n, target);
+    if (numBooked < 0 || !copyUntouched(vector, size, numBooked, plan, ent, oldCount))
+        return -1;
 
-    // Booking plan: hosts in order, each as far as it can, until the target.
-    int k = 0;
-    int booked = 0;
-    if (n >= 1 && target >= 1) {
-        for (int i = 0; i < visited && booked < target && k < size; ++i) {
-            if (slotsOffered[i] == 0)
-                continue;
-            int amount = std::min(slotsOffered[i], target - booked);
-            booked += amount;
-            bookedOn[i] = amount;
-            AllocElem &el = vector[k];
-            el.hostName = rsv::dupText(avail[i].hostName);
-            if (!el.hostName) {
-                freeUnusedVector(vector, size);
-                qob_errno = RSV_ERR_NO_MEMORY;
-                return -1;
-            }
-            el.numSlots = amount;
-            if (existingAt[i] >= 0) {
-                const AllocElem &old = ent->allocVector[existingAt[i]];
-                el.numSlots += old.numSlots;
-                el.extra1 = old.extra1;
-                el.extra2 = old.extra2;
-            }
-            ++k;
-        }
-    }
-    const int numBooked = k;
-    for (int j = 0; j < oldCount && k < size; ++j) {
-        if (match.get()[j] != -1)
-            continue;
-        const AllocElem &old = ent->allocVector[j];
-        AllocElem &el = vector[k++];
-        el.hostName = old.hostName ? rsv::dupText(old.hostName) : nullptr;
-        if (old.hostName && !el.hostName) {
-            freeUnusedVector(vector, size);
-            qob_errno = RSV_ERR_NO_MEMORY;
-            return -1;
-        }
-        el.numSlots = old.numSlots;
-        el.extra1 = old.extra1;
-        el.extra2 = old.extra2;
-    }
-
-    // Commit: the offers as the booking left them, the existing hosts'
-    // old slots released, the new elements booked.
-    for (int i = 0; i < visited; ++i) {
-        avail[i].extra1 = existingAt[i];
-        if (slotsOffered[i] == 0 && avail[i].numSlots != 0)
-            avail[i].numSlots = 0;
-        else if (bookedOn[i] > 0)
-            avail[i].numSlots = bookedOn[i];
-        if (existingAt[i] >= 0) {
-            const AllocElem &old = ent->allocVector[existingAt[i]];
-            mapHost(tbl, old.hostName, timeWindow, recurring, ResPlannerEnt_decr, old.numSlots, 1, ent);
-        }
-    }
-    for (int e = 0; e < numBooked; ++e)
-        mapHost(tbl, vector[e].hostName, timeWindow, recurring, ResPlannerEnt_incr, vector[e].numSlots, 1, ent);
-
-    RsvEnt_freeAllocVector(&ent->allocVector, ent->numHosts);
-    ent->allocVector = vector;
+    commitBookings(tbl, avail, plan, vector, numBooked, ent, modReq->req.timeWindow,
+                   modReq->req.options & RSV_OPT_RECURRING);
+    installVector(ent, vector);
     rsv::noteRecurringChange();
     return size;
-}
-
-// Gives back hosts or processors of the reservation `modReq->rsvId`:
-// RSV_RM_HOSTS the hosts named in `hosts` (whose marks are set to 2 when
-// found in the reservation), widened by RSV_RM_UNFLAGGED and RSV_RM_MARKED;
-// RSV_RM_NUMPROCS a number of processors given by the request's range.
-// Returns the number of slots removed, or -1 with qob_errno 311, 190, 317,
-// 327, 330 or 55. Every check runs before a planner is touched, so a failure
-// leaves the entry and the planners as they were (only marks stay set).
-int RsvTimeTbl_modEntryWithRmHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *hosts, int rmFlags)
-{
-    static const char *const fn = "RsvTimeTbl_modEntryWithRmHosts";
-    if (rsv::logOn(kTraceBits))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", fn);
-    if (!tbl || !modReq) {
-        qob_errno = RSV_ERR_BAD_ARGUMENT;
-        return -1;
-    }
-    const char *rsvId = nameOrEmpty(modReq->rsvId);
-    RsvEnt *ent = modReq->rsvId ? RsvTimeTbl_getEntry(tbl, modReq->rsvId) : nullptr;
-    if (!ent) {
-        if (rsv::logOn(LC_RSV))
-            kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s>  not found", fn, rsvId);
-        qob_errno = RSV_ERR_NO_SUCH_RSV;
-        return -1;
-    }
-    if (ent->numHosts < 1 || !ent->allocVector) {
-        if (rsv::logOn(LC_RSV))
-            kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s> has no allocation", fn, rsvId);
-        qob_errno = RSV_ERR_NO_SUCH_RSV;
-        return -1;
-    }
-
-    const bool byHosts = (rmFlags & RSV_RM_HOSTS) != 0;
-    const bool byNumber = (rmFlags & RSV_RM_NUMPROCS) != 0;
-    const bool takeUnflagged = (rmFlags & RSV_RM_UNFLAGGED) != 0;
-    const bool takeMarked = (rmFlags & RSV_RM_MARKED) != 0;
-
-    int minProcs = 0;
-    int reserved = 0;
-    int asked = 0;
-    if (byNumber) {
-        minProcs = modReq->req.minNumProcs;
-        const int maxProcs = modReq->req.maxNumProcs;
-        reserved = Rsv_getNumSlotsReserved(ent);
-        if (minProcs > 0 && reserved < minProcs) {
-            if (rsv::logOn(LC_RSV))
-                kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s> has <%d> slots while requested to remove minNumProcs <%d>",
-                          fn, rsvId, reserved, minProcs);
-            qob_errno = RSV_ERR_NOT_ENOUGH_SLOTS;
-            return -1;
-        }
-        asked = minProcs;
-        if (maxProcs > 0) {
-            asked = maxProcs;
-            if (reserved < maxProcs) {
-                asked = reserved;
-                if (rsv::logOn(LC_RSV))
-                    kx_syslog(KX_LOG_DEBUG,
-                              "%s: rsvId <%s> has <%d> slots while requested to remove maxNumProcs <%d>", fn, rsvId,
-                              reserved, maxProcs);
-            }
-        }
-        if (rsv::logOn(LC_RSV))
-            kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s> min <%d> max <%d> nRequested <%d> nReserved <%d>", fn, rsvId,
-                      minProcs, maxProcs, asked, reserved);
-    }
-
-    const int count = ent->numHosts;
-    rsv::CPtr<RmWork> work(static_cast<RmWork *>(rsv::allocRecord(count, sizeof(RmWork), fn)));
-    if (!work) {
-        qob_errno = RSV_ERR_NO_MEMORY;
-        return -1;
-    }
-    int left = asked;
-    int removedHosts = 0;
-    int used = 0;
-    int slots = 0;
-    bool busy = false;
-    bool sawUnflagged = false;
-    bool sawMarked = false;
-
-    for (int j = 0; j < count; ++j) {
-        AllocElem &el = ent->allocVector[j];
-        RmWork &w = work.get()[j];
-        w.flags = 0;
-        w.remaining = el.numSlots;
-        w.removed = 0;
-        const char *host = nameOrEmpty(el.hostName);
-        RsvHost *rec = el.hostName ? miscFuncs.findHost(el.hostName) : nullptr;
-        if (!rec) {
-            kx_syslog(KX_LOG_ERR,
-                      kx_catgets(kx_catd, rsv::kCatSetRsv, 6101,
-                                 "%s: host <%s> reserved by reservation <%s> no longer exists. Configuration "
-                                 "changed?"),
-                      fn, host, rsvId);
-            continue;
-        }
-        if (byHosts) {
-            HashEnt *named = hosts ? h_getEnt_(hosts, host) : nullptr;
-            if (named && named->value)
-                *static_cast<int *>(named->value) = 2;
-            if (!(rec->status & RSV_HOST_STATUS_FLAGGED)) {
-                sawUnflagged = true;
-                if (!named && !takeUnflagged) {
-                    if (rsv::logOn(LC_RSV))
-                        kx_syslog(KX_LOG_DEBUG, "%s: skipping host <%s>, not requested", fn, host);
-                    continue;
-                }
-            }
-            if (rec->attr & RSV_HOST_ATTR_MARKED) {
-                sawMarked = true;
-                if (!named && !takeMarked) {
-                    if (rsv::logOn(LC_RSV))
-                        kx_syslog(KX_LOG_DEBUG, "%s: skipping host <%s>, not requested", fn, host);
-                    continue;
-                }
-            }
-        }
-        if (byNumber && left <= 0)
-            continue;
-        bool changed = false;
-        if (!byHosts || byNumber) {
-            if (left > 0) {
-                changed = true;
-                const int freeSlots = el.numSlots - el.extra1 - el.extra2;
-                used += el.extra1 + el.extra2;
-                slots += el.numSlots;
-                if (freeSlots > 0) {
-                    const int t = std::min(left, freeSlots);
-                    w.remaining -= t;
-                    w.removed = t;
-                    left -= t;
-                }
-            }
-        } else {
-            changed = true;
-            if (el.extra1 < 1 && el.extra2 < 1) {
-                const int t = el.numSlots - el.extra1 - el.extra2;
-                if (t > 0) {
-                    w.remaining -= t;
-                    w.removed = t;
-                    left -= t; // goes negative: counts the slots removed
-                }
-            } else {
-                busy = true;
-            }
-        }
-        if (changed && w.remaining < 1) {
-            w.flags |= kGone;
-            ++removedHosts;
-        }
-    }
-
-    if (byHosts) {
-        if (Rsv_rmHosts_checkHostsInRsv(hosts) < 0 || (takeMarked && !sawMarked) ||
-            (takeUnflagged && !sawUnflagged)) {
-            qob_errno = RSV_ERR_HOST_NOT_IN_RSV;
-            return -1;
-        }
-        if (!byNumber) {
-            if (takeUnflagged && takeMarked) {
-                qob_errno = RSV_ERR_NOTHING_LEFT;
-                return -1;
-            }
-            if (busy) {
-                qob_errno = RSV_ERR_HOST_IN_USE;
-                return -1;
-            }
-            if (removedHosts == 0) {
-                qob_errno = RSV_ERR_HOST_NOT_IN_RSV;
-                return -1;
-            }
-        }
-    }
-    int done = 0;
-    if (byNumber) {
-        done = asked - left;
-        if (used > 0 && asked <= slots && (done == 0 || done < asked)) {
-            qob_errno = RSV_ERR_HOST_IN_USE;
-            return -1;
-        }
-        if (done < 1 || (left > 0 && minProcs > 0 && done < minProcs)) {
-            if (rsv::logOn(LC_RSV))
-                kx_syslog(KX_LOG_DEBUG, "%s: Not enough processors", fn);
-            qob_errno = RSV_ERR_NOT_ENOUGH_SLOTS;
-            return -1;
-        }
-        if (reserved <= done) {
-            qob_errno = RSV_ERR_NOTHING_LEFT;
-            return -1;
-        }
-    }
-    const int newCount = count - removedHosts;
-    if (newCount < 1) {
-        qob_errno = RSV_ERR_NOTHING_LEFT;
-        return -1;
-    }
-
-    // The new vector and its names are made before any slot is released, so
-    // that running out of memory still leaves the planners untouched.
-    auto *vector = static_cast<AllocElem *>(rsv::allocRecord(newCount, sizeof(AllocElem), fn));
-    if (!vector) {
-        logCallocFailed(fn);
-        return -1;
-    }
-    int k = 0;
-    for (int j = 0; j < count; ++j) {
-        const AllocElem &el = ent->allocVector[j];
-        if (work.get()[j].flags & kGone)
-            continue;
-        AllocElem &out = vector[k++];
-        out.hostName = el.hostName ? rsv::dupText(el.hostName) : nullptr;
-        if (el.hostName && !out.hostName) {
-            logCallocFailed(fn);
-            freeUnusedVector(vector, newCount);
-            return -1;
-        }
-        out.numSlots = work.get()[j].remaining;
-        out.extra1 = el.extra1;
-        out.extra2 = el.extra2;
-    }
-    const int recurring = ent->options & RSV_OPT_RECURRING;
-    for (int j = 0; j < count; ++j) {
-        const AllocElem &el = ent->allocVector[j];
-        if (work.get()[j].removed > 0)
-            mapHost(tbl, el.hostName, ent->timeWindow, recurring, ResPlannerEnt_decr, work.get()[j].removed, 0, ent);
-    }
-    RsvEnt_freeAllocVector(&ent->allocVector, ent->numHosts);
-    ent->allocVector = vector;
-    ent->numHosts = newCount;
-    rsv::noteRecurringChange();
-    return byNumber ? done : -left;
 }
 
 // 0 when at least one host named in `hosts` was found in the reservation

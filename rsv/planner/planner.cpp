@@ -96,6 +96,118 @@ void applyRange(ResPlanner *planner, int day, int from, int to, ResPlannerOp op,
     }
 }
 
+bool listHasElements(const List *list)
+{
+    return list && list->forw != reinterpret_cast<const ListEntry *>(list);
+}
+
+// The two ends of a planner window; false when the text is not one.
+bool parseWindow(const char *timeWindow, WindowPoint &start, WindowPoint &end)
+{
+    // Split into a bounded scratch copy; no window text comes near its size,
+    // so a longer text is not a window and changes nothing.
+    char text[kWindowTextSize];
+    const size_t length = std::strlen(timeWindow);
+    if (length >= sizeof text)
+        return false;
+    std::memcpy(text, timeWindow, length + 1);
+    if (std::strcmp(text, kWholeWeek) == 0) {
+        start.day = 0;
+        start.slot = 0;
+        end.day = 6;
+        end.slot = kSlotsPerDay;
+        return true;
+    }
+    char *dash = std::strchr(text, '-');
+    if (!dash)
+        return false;
+    *dash = '\0';
+    const char *startText = text;
+    const char *endText = dash + 1;
+    if (std::strcmp(startText, kOpenEnd) == 0) {
+        start.day = 0;
+        start.slot = 0;
+    } else if (!parsePoint(startText, false, start)) {
+        return false;
+    }
+    if (std::strcmp(endText, kOpenEnd) == 0) {
+        end.day = 6;
+        end.slot = kSlotsPerDay;
+    } else if (!parsePoint(endText, true, end)) {
+        return false;
+    }
+    return true;
+}
+
+// The days of the planner's week, and of the week before, on which an
+// occurrence of `rsv` is disabled. Disabled days exist only for dated weeks
+// of recurring reservations; the zero-week planner stands for every week and
+// is never thinned out.
+void disabledDaysOf(const ResPlanner *planner, RsvEnt *rsv, int thisWeek[kDays], int previousWeek[kDays])
+{
+    if (planner->week.startYear != 0 && rsv && (rsv->options & RSV_OPT_RECURRING) &&
+        listHasElements(rsv->disabledDurations)) {
+        getDisabledDaysInWeek(&planner->week, rsv, thisWeek);
+        getDisabledDaysInPreviousWeek(&planner->week, rsv, previousWeek);
+    }
+}
+
+// A daily window: every day from start to end, or, when it wraps past
+// midnight, the evening of each day's occurrence and the morning of the one
+// before.
+void mapDaily(ResPlanner *planner, const WindowPoint &start, WindowPoint end, const int thisWeek[kDays],
+              const int previousWeek[kDays], ResPlannerOp op, int64_t arg)
+{
+    const bool wraps = start.hour > end.hour || (start.hour == end.hour && start.minute > end.minute);
+    // The rounded-up end of a wrapping window must not run into its start.
+    if (wraps && start.slot < end.slot)
+        end.slot = start.slot;
+    for (int d = 0; d < kDays; ++d) {
+        if (!wraps) {
+            if (!thisWeek[d])
+                applyRange(planner, d, start.slot, end.slot, op, arg);
+            continue;
+        }
+        // Evening of the occurrence that starts on day d.
+        if (!thisWeek[d])
+            applyRange(planner, d, start.slot, kSlotsPerDay, op, arg);
+        // Morning of the occurrence that started the day before.
+        const bool dayBeforeDisabled = d > 0 ? thisWeek[d - 1] != 0 : previousWeek[6] != 0;
+        if (!dayBeforeDisabled)
+            applyRange(planner, d, 0, end.slot, op, arg);
+    }
+}
+
+// A window with days: from the start day's slot to the end day's, or, when it
+// runs past Saturday, this week's occurrence from the start day on and the
+// previous week's from Sunday to the end day.
+void mapWithDays(ResPlanner *planner, const WindowPoint &start, const WindowPoint &end, const int thisWeek[kDays],
+                 const int previousWeek[kDays], ResPlannerOp op, int64_t arg)
+{
+    // Days 7 and 0 both mean Sunday in a window with days.
+    const int startDay = start.day % 7;
+    const int endDay = end.day % 7;
+    auto applyDay = [&](int d) {
+        const int from = d == startDay ? start.slot : 0;
+        const int to = d == endDay ? end.slot : kSlotsPerDay;
+        applyRange(planner, d, from, to, op, arg);
+    };
+    if (startDay <= endDay) {
+        if (thisWeek[startDay])
+            return;
+        for (int d = startDay; d <= endDay; ++d)
+            applyDay(d);
+        return;
+    }
+    int d = thisWeek[startDay] ? 0 : startDay;
+    do {
+        if (d == 0 && previousWeek[startDay])
+            break;
+        applyDay(d);
+        d = (d + 1) % 7;
+    } while (d != endDay + 1);
+}
+
 // Book one entry's share of `hostName` when it recurs.
 void addRecursOf(ResPlanner *planner, RsvEnt *ent, const char *hostName)
 {
@@ -106,11 +218,6 @@ void addRecursOf(ResPlanner *planner, RsvEnt *ent, const char *hostName)
         if (elem.hostName && std::strcmp(elem.hostName, hostName) == 0)
             ResPlanner_map(planner, ent->timeWindow, ResPlannerEnt_incr, elem.numSlots, ent);
     }
-}
-
-bool listHasElements(const List *list)
-{
-    return list && list->forw != reinterpret_cast<const ListEntry *>(list);
 }
 
 } // namespace
@@ -158,105 +265,17 @@ void ResPlanner_map(ResPlanner *planner, const char *timeWindow, ResPlannerOp op
 {
     if (!planner || !timeWindow || !op)
         return;
-    // Split into a bounded scratch copy; no window text comes near its size,
-    // so a longer text is not a window and changes nothing.
-    char text[kWindowTextSize];
-    const size_t length = std::strlen(timeWindow);
-    if (length >= sizeof text)
-        return;
-    std::memcpy(text, timeWindow, length + 1);
-
     WindowPoint start;
     WindowPoint end;
-    if (std::strcmp(text, kWholeWeek) == 0) {
-        start.day = 0;
-        start.slot = 0;
-        end.day = 6;
-        end.slot = kSlotsPerDay;
-    } else {
-        char *dash = std::strchr(text, '-');
-        if (!dash)
-            return;
-        *dash = '\0';
-        const char *startText = text;
-        const char *endText = dash + 1;
-        if (std::strcmp(startText, kOpenEnd) == 0) {
-            start.day = 0;
-            start.slot = 0;
-        } else if (!parsePoint(startText, false, start)) {
-            return;
-        }
-        if (std::strcmp(endText, kOpenEnd) == 0) {
-            end.day = 6;
-            end.slot = kSlotsPerDay;
-        } else if (!parsePoint(endText, true, end)) {
-            return;
-        }
-    }
-
-    const bool daily = start.day == 0 && end.day == 0;
-    bool wraps = false;
-    if (daily) {
-        wraps = start.hour > end.hour || (start.hour == end.hour && start.minute > end.minute);
-        // The rounded-up end of a wrapping window must not run into its start.
-        if (wraps && start.slot < end.slot)
-            end.slot = start.slot;
-    }
-
+    if (!parseWindow(timeWindow, start, end))
+        return;
     int thisWeek[kDays] = {0, 0, 0, 0, 0, 0, 0};
     int previousWeek[kDays] = {0, 0, 0, 0, 0, 0, 0};
-    // Disabled days exist only for dated weeks of recurring reservations; the
-    // zero-week planner stands for every week and is never thinned out.
-    if (planner->week.startYear != 0 && rsv && (rsv->options & RSV_OPT_RECURRING) &&
-        listHasElements(rsv->disabledDurations)) {
-        getDisabledDaysInWeek(&planner->week, rsv, thisWeek);
-        getDisabledDaysInPreviousWeek(&planner->week, rsv, previousWeek);
-    }
-
-    if (daily) {
-        for (int d = 0; d < kDays; ++d) {
-            if (!wraps) {
-                if (!thisWeek[d])
-                    applyRange(planner, d, start.slot, end.slot, op, arg);
-                continue;
-            }
-            // Evening of the occurrence that starts on day d.
-            if (!thisWeek[d])
-                applyRange(planner, d, start.slot, kSlotsPerDay, op, arg);
-            // Morning of the occurrence that started the day before.
-            const bool dayBeforeDisabled = d > 0 ? thisWeek[d - 1] != 0 : previousWeek[6] != 0;
-            if (!dayBeforeDisabled)
-                applyRange(planner, d, 0, end.slot, op, arg);
-        }
-        return;
-    }
-
-    // Days 7 and 0 both mean Sunday in a window with days.
-    const int startDay = start.day % 7;
-    const int endDay = end.day % 7;
-    auto applyDay = [&](int d) {
-        const int from = d == startDay ? start.slot : 0;
-        const int to = d == endDay ? end.slot : kSlotsPerDay;
-        applyRange(planner, d, from, to, op, arg);
-    };
-
-    if (startDay <= endDay) {
-        if (thisWeek[startDay])
-            return;
-        for (int d = startDay; d <= endDay; ++d)
-            applyDay(d);
-        return;
-    }
-
-    // The window runs past Saturday: from the start day on it is this week's
-    // occurrence, from Sunday to the end day the previous week's.
-    int d = thisWeek[startDay] ? 0 : startDay;
-    do {
-        if (d == 0 && previousWeek[startDay])
-            break;
-        applyDay(d);
-        d = (d + 1) % 7;
-    } while (d != endDay + 1);
+    disabledDaysOf(planner, rsv, thisWeek, previousWeek);
+    if (start.day == 0 && end.day == 0)
+        mapDaily(planner, start, end, thisWeek, previousWeek, op, arg);
+    else
+        mapWithDays(planner, start, end, thisWeek, previousWeek, op, arg);
 }
 
 // Book every recurring reservation's slots on `hostName` (exact, case-sensitive

@@ -93,6 +93,57 @@ bool PlannerJournal_record(RsvTimeTbl *tbl, const char *hostName, List *current)
 // again on its next use; otherwise the copies are dropped. Allocates nothing.
 void PlannerJournal_end(bool restore) noexcept;
 
+// How a host's planner list is made and how ResPlannerList_map walks it
+// (plannerlist.cpp), shared with the table's read-only queries so that they
+// see the weeks and cells exactly as a booking would.
+
+// A new planner list of `hostName` as RsvTimeTbl_getPlannerList makes one:
+// the zero-week planner alone. In no table; the caller destroys it with
+// destroyPlannerList. NULL when memory runs out.
+List *newPlannerList(const char *hostName);
+
+// Destroy a list with its planners and their names. NULL is ignored.
+void destroyPlannerList(List *list);
+
+// The weeks ResPlannerList_map visits for `timeWindow`, in its order: for a
+// recurring window those of every planner of the list (the zero week
+// first), for a one-off window each calendar week from its start's to its
+// end's. A new array the caller frees; NULL with *numWeeks 0 when there is
+// none or memory runs out.
+RsvWeek *mapWeeks(List *plannerList, const char *timeWindow, int recurring, int *numWeeks);
+
+// The planner window that a planner of `week` maps for `timeWindow`: the
+// recurring window itself, or the part of the one-off window inside the
+// week. A new text the caller frees; NULL when memory runs out.
+char *weekWindow(const RsvWeek *week, const char *timeWindow, int recurring);
+
+// The planner of `week` in the list, or NULL.
+ResPlanner *plannerOfWeek(List *plannerList, const RsvWeek *week);
+
+// A new planner of `week` holding the recurring bookings of `hostName`, as a
+// week without a planner gets when a window first reaches it. Owned by the
+// caller; NULL when memory runs out.
+ResPlanner *newWeekPlanner(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week);
+
+// What a host can hold: its configured slot limit, or its processor count
+// when no limit is configured (alloc.cpp).
+int hostCapacity(const RsvHost *host);
+
+// The planner steps of changing a reservation's hosts (hostchange.cpp). The
+// table layer (table/hostchanges.cpp) finds the entry and checks the
+// arguments; these take the entry, which must be in `tbl`, and every
+// argument non-NULL except `hosts`.
+
+// Grows `ent` by the request's asked hosts and processor range over the
+// request's window (RsvTimeTbl_modEntrywithAddHosts after its look-up).
+// 0, or -1 with qob_errno as that call; a failure leaves the entry and the
+// planners as they were.
+int addHostsToEntry(RsvTimeTbl *tbl, RsvModReq *modReq, RsvEnt *ent);
+
+// Gives back hosts or processors of `ent` (RsvTimeTbl_modEntryWithRmHosts
+// after its look-up): the slots removed, or -1 with qob_errno as that call.
+int removeHostsFromEntry(RsvTimeTbl *tbl, RsvModReq *modReq, RsvEnt *ent, HashTab *hosts, int rmFlags);
+
 } // namespace rsv
 
 #endif

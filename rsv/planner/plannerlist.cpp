@@ -29,7 +29,63 @@ time_t epochOf(const char *text)
     return static_cast<time_t>(std::strtoll(text, nullptr, 10));
 }
 
+// List element destructor: a planner with its name.
+void destroyPlannerElement(void *planner)
+{
+    ResPlanner_destroy(static_cast<ResPlanner *>(planner));
+}
+
 } // namespace
+
+namespace rsv {
+
+List *newPlannerList(const char *hostName)
+{
+    char name[kListNameSize];
+    std::snprintf(name, sizeof name, "Planner list for host <%s>", hostName);
+    List *list = listCreate(name);
+    if (!list)
+        return nullptr;
+    ResPlanner *recurring = ResPlanner_new(hostName, &rsvWeekRecur);
+    if (!recurring) {
+        listDestroy(list, nullptr);
+        return nullptr;
+    }
+    listInsertEntryAtBack(list, &recurring->links);
+    return list;
+}
+
+void destroyPlannerList(List *list)
+{
+    if (list)
+        listDestroy(list, destroyPlannerElement);
+}
+
+RsvWeek *mapWeeks(List *plannerList, const char *timeWindow, int recurring, int *numWeeks)
+{
+    return recurring ? ResPlannerList_getWeeks(plannerList, numWeeks) : RsvTimeWindow_getWeeks(timeWindow, numWeeks);
+}
+
+char *weekWindow(const RsvWeek *week, const char *timeWindow, int recurring)
+{
+    return recurring ? rsv::dupText(timeWindow) : RsvWeek_getOverlapTimeWindow(week, timeWindow);
+}
+
+ResPlanner *plannerOfWeek(List *plannerList, const RsvWeek *week)
+{
+    return reinterpret_cast<ResPlanner *>(
+        listSearchEntry(plannerList, const_cast<RsvWeek *>(week), ResPlanner_equal, 0));
+}
+
+ResPlanner *newWeekPlanner(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week)
+{
+    ResPlanner *planner = ResPlanner_new(hostName, week);
+    if (planner)
+        ResPlanner_addRecurs(planner, tbl, hostName);
+    return planner;
+}
+
+} // namespace rsv
 
 extern "C" {
 
@@ -50,24 +106,15 @@ List *RsvTimeTbl_getPlannerList(RsvTimeTbl *tbl, const char *hostName)
     if (found)
         return current;
 
-    char name[kListNameSize];
-    std::snprintf(name, sizeof name, "Planner list for host <%s>", hostName);
-    List *list = listCreate(name);
+    List *list = rsv::newPlannerList(hostName);
     if (!list)
         return nullptr;
-    ResPlanner *recurring = ResPlanner_new(hostName, &rsvWeekRecur);
-    if (!recurring) {
-        listDestroy(list, nullptr);
-        return nullptr;
-    }
     HashEnt *he = h_addEnt_(&tbl->plannerLists, hostName, nullptr);
     if (!he) {
-        ResPlanner_destroy(recurring);
-        listDestroy(list, nullptr);
+        rsv::destroyPlannerList(list);
         return nullptr;
     }
     he->value = list;
-    listInsertEntryAtBack(list, &recurring->links);
     return list;
 }
 
@@ -85,23 +132,20 @@ void ResPlannerList_map(List *plannerList, RsvTimeTbl *tbl, const char *hostName
     if (!plannerList || !timeWindow || !op)
         return;
     int numWeeks = 0;
-    rsv::CPtr<RsvWeek> weeks(recurring ? ResPlannerList_getWeeks(plannerList, &numWeeks)
-                                       : RsvTimeWindow_getWeeks(timeWindow, &numWeeks));
+    rsv::CPtr<RsvWeek> weeks(rsv::mapWeeks(plannerList, timeWindow, recurring, &numWeeks));
     if (!weeks)
         return;
     for (int i = 0; i < numWeeks; ++i) {
         RsvWeek *week = &weeks.get()[i];
-        rsv::CPtr<char> window(recurring ? rsv::dupText(timeWindow)
-                                         : RsvWeek_getOverlapTimeWindow(week, timeWindow));
+        rsv::CPtr<char> window(rsv::weekWindow(week, timeWindow, recurring));
         if (!window)
             continue;
-        auto *planner = reinterpret_cast<ResPlanner *>(listSearchEntry(plannerList, week, ResPlanner_equal, 0));
+        ResPlanner *planner = rsv::plannerOfWeek(plannerList, week);
         bool made = false;
         if (!planner) {
-            planner = ResPlanner_new(hostName, week);
+            planner = rsv::newWeekPlanner(tbl, hostName, week);
             if (!planner)
                 continue;
-            ResPlanner_addRecurs(planner, tbl, hostName);
             if (keepNew)
                 listInsertEntryAtBack(plannerList, &planner->links);
             made = true;

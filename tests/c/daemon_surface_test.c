@@ -1374,6 +1374,40 @@ static void testTable(const Paths *p)
     bob = RsvTimeTbl_getEntry(restarted, "bob#0");
     CHECK(bob != NULL && bob->disabledDurations != NULL && bob->disabledDurations->numEnts == 1);
     CHECK_INT(Rsv_getMaxAvailonHost(restarted, "hostB", "8:0-9:0", 1, NULL), 3);
+
+    /* The queries for front ends: bob's slot on hostB, off on Thursday 8
+     * January, read from a planner of this week that the table never gets. */
+    int numLists = h_numEnts_(&restarted->plannerLists);
+    int cells[RSV_PLANNER_DAYS][RSV_PLANNER_SLOTS_PER_DAY];
+    RsvWeek thisWeek;
+    RsvTime_toWeek((time_t)1767787200, &thisWeek); /* Wed 2026-01-07 12:00 */
+    CHECK_INT(RsvTimeTbl_hostWeekCells(restarted, "hostB", &thisWeek, cells), 0);
+    CHECK_INT(cells[3][8 * 6], 1);
+    CHECK_INT(cells[4][8 * 6], 0);
+    RsvCell at;
+    CHECK_INT(RsvTimeTbl_peakBooked(restarted, "hostB", &thisWeek, &at), 1);
+    CHECK_INT(at.day, 0);
+    CHECK_INT(at.slot, 8 * 6);
+    CHECK_INT(RsvTimeTbl_peakBooked(restarted, "hostB", NULL, NULL), 1);
+    RsvWeek *plannerWeeks = NULL;
+    CHECK_INT(RsvTimeTbl_plannerWeeks(restarted, "hostB", &plannerWeeks), 1);
+    CHECK(plannerWeeks != NULL && RsvWeek_equal(&plannerWeeks[0], &rsvWeekRecur));
+    free(plannerWeeks);
+    char wedHour[64];
+    char thuHour[64];
+    window(1767776400, 1767780000, wedHour, sizeof wedHour); /* Wed 9:00-10:00 */
+    window(1767862800, 1767866400, thuHour, sizeof thuHour); /* Thu 9:00-10:00 */
+    CHECK_INT(RsvTimeTbl_freeSlots(restarted, "hostB", wedHour, 0, NULL), 3);
+    CHECK_INT(RsvTimeTbl_freeSlots(restarted, "hostB", wedHour, 0, "bob#0"), 4);
+    CHECK_INT(RsvTimeTbl_freeSlots(restarted, "hostB", thuHour, 0, NULL), 4);
+    CHECK_INT(RsvTimeTbl_firstShortCell(restarted, "hostB", wedHour, 0, 4, NULL, &at), 1);
+    CHECK_INT(at.day, 3);
+    CHECK_INT(at.slot, 9 * 6);
+    CHECK_INT(at.booked, 1);
+    CHECK_INT(RsvTimeTbl_firstShortCell(restarted, "hostB", thuHour, 0, RSV_NEED_WHOLE_HOST, NULL, &at), 0);
+    CHECK_INT(RsvTimeTbl_freeSlots(restarted, "nowhere", thuHour, 0, NULL), -1);
+    CHECK_INT(qob_errno, RSV_ERR_BAD_HOST);
+    CHECK_INT(h_numEnts_(&restarted->plannerLists), numLists);
     problems = 0;
     CHECK_INT(RsvTimeTbl_verify(restarted, countProblem, &problems), 0);
     RsvTimeTbl_cleanDisabledDurations(&restarted->entries);

@@ -185,6 +185,39 @@ TEST_F(Rsvctl, RefusedSystemRequestNamesTheFirstBookedCell)
               "  beta         4     3     all  Thu 2026-11-19 10:00 (already booked)\n");
 }
 
+TEST_F(Rsvctl, RefusalOverRecurringBookingsAcrossMidnightSaysWhy)
+{
+    RunResult daily = rsv({"add", "-u", "bob", "-n", "2", "-m", "beta", "-t", "22:00-6:00"});
+    ASSERT_EQ(daily.status, 0) << daily.err;
+    auto before = snapshot(state);
+    // Weekly over the week end: the any-week planner's Sunday morning comes
+    // first.
+    RunResult weekly = rsv({"add", "-u", "erin", "-n", "3", "-m", "beta", "-t", "sat:20:00-sun:4:00"});
+    EXPECT_EQ(weekly.status, 2);
+    EXPECT_EQ(weekly.err,
+              "rsvctl: not enough free slots on 'beta' for time window 'sat:20:00-sun:4:00'\n"
+              "why: free slots over the window, per asked host\n"
+              "  HOST  CAPACITY  FREE  NEEDED  FIRST SHORT\n"
+              "  beta         4     2       3  any week, Sun 00:00 (2 free)\n");
+    // A one-off night in a week without a planner of its own.
+    RunResult once = rsv({"add", "-u", "erin", "-n", "3", "-m", "beta", "-b", "2026-11-21 21:00", "-e",
+                          "2026-11-22 02:00"});
+    EXPECT_EQ(once.status, 2);
+    EXPECT_EQ(once.err,
+              "rsvctl: not enough free slots on 'beta' for '2026-11-21 21:00' to '2026-11-22 02:00'\n"
+              "why: free slots over the window, per asked host\n"
+              "  HOST  CAPACITY  FREE  NEEDED  FIRST SHORT\n"
+              "  beta         4     2       3  Sat 2026-11-21 22:00 (2 free)\n");
+    EXPECT_EQ(snapshot(state), before);
+    RunResult hosts = rsv({"hosts"});
+    EXPECT_EQ(hosts.out,
+              "HOST   SLOTS  CPUS  ALIASES  RSVS  PEAK THIS WEEK\n"
+              "alpha      8    16  a1          0  -\n"
+              "beta       4     4  -           1  2/4 from Sun 2026-11-15 00:00\n"
+              "gamma      2     2  g1,g2       0  -\n"
+              "max-per-owner 3\n");
+}
+
 struct Refusal {
     std::vector<std::string> args;
     int status;

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "planner/planner_internal.h"
 #include "rsv_test_support.h"
 
 using namespace rsvtest;
@@ -659,6 +660,49 @@ TEST_P(HostChangeTest, RemovingWithoutMemoryChangesNothing)
         EXPECT_EQ(vectorText(ent), before);
         EXPECT_EQ(plannerCells(tbl.get()), cells);
     }
+}
+
+// ------------------------------------------------------------ the planner steps alone
+
+// The planner steps change the entry they are given; finding it is the
+// table's part, so the request's identifier plays no role here.
+TEST_P(HostChangeTest, TheAddStepGrowsTheEntryItIsGiven)
+{
+    RsvEnt *ent = book("alice#0", {{"hostA", 2}});
+    OwnedModReq mod("nobody#1", 0, 3, 3, {"hostB"}, window);
+    ASSERT_EQ(rsv::addHostsToEntry(tbl.get(), &mod.mod, ent), 0) << qob_errno;
+    EXPECT_EQ(vectorText(ent), "2[hostB:3/0/0 hostA:2/0/0]");
+    EXPECT_EQ(booked("hostB"), 3);
+    EXPECT_TRUE(plannersMatchRebooking(tbl.get()));
+}
+
+TEST_P(HostChangeTest, TheRemoveStepShrinksTheEntryItIsGivenAndLogsAsTheTableCall)
+{
+    ScopedLogClass lc(LC_RSV);
+    LogCapture log;
+    RsvEnt *ent = book("alice#0", {{"hostA", 2}, {"hostB", 4}});
+    OwnedModReq mod("alice#0", 0, 3, 0, {}, window);
+    EXPECT_EQ(rsv::removeHostsFromEntry(tbl.get(), &mod.mod, ent, nullptr, RSV_RM_NUMPROCS), 3);
+    EXPECT_EQ(vectorText(ent), "1[hostB:3/0/0]");
+    EXPECT_EQ(booked("hostA"), 0);
+    EXPECT_EQ(booked("hostB"), 3);
+    EXPECT_TRUE(log.contains(KX_LOG_DEBUG, "RsvTimeTbl_modEntryWithRmHosts: rsvId <alice#0> min <3> max <0> "
+                                           "nRequested <3> nReserved <6>"));
+    EXPECT_TRUE(plannersMatchRebooking(tbl.get()));
+}
+
+TEST_P(HostChangeTest, TheRemoveStepChecksEverythingBeforeItTouchesAPlanner)
+{
+    RsvEnt *ent = book("alice#0", {{"hostA", 2, 1, 0}, {"hostB", 4}});
+    const std::string before = vectorText(ent);
+    const std::vector<int> cells = plannerCells(tbl.get());
+    HostSet named({"hostA"});
+    OwnedModReq mod("alice#0", 0, 0, 0, {}, window);
+    EXPECT_EQ(rsv::removeHostsFromEntry(tbl.get(), &mod.mod, ent, named.get(), RSV_RM_HOSTS), -1);
+    EXPECT_EQ(qob_errno, RSV_ERR_HOST_IN_USE);
+    EXPECT_EQ(named.mark("hostA"), 2);
+    EXPECT_EQ(vectorText(ent), before);
+    EXPECT_EQ(plannerCells(tbl.get()), cells);
 }
 
 // ------------------------------------------------------------ small helpers

@@ -1,10 +1,11 @@
 // Planner lists and weeks: the list of each host, calendar weeks of one-off
 // windows (also across daylight-saving changes), planner windows of each week,
-// and the keep-new rule of ResPlannerList_map.
+// the keep-new rule of ResPlannerList_map, and the steps of its walk.
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "planner/planner_internal.h"
 #include "planner_test_util.h"
 #include "rsv_test_support.h"
 
@@ -525,4 +526,65 @@ TEST_P(PlannerListMapTest, NullListOrWindowChangesNothing)
     ResPlannerList_map(list(), tbl, "hostA", "8:0-9:0", 1, nullptr, 1, 1, nullptr);
     EXPECT_EQ(listSize(list()), 1);
     EXPECT_EQ(bookedCells(zero()), 0);
+}
+
+// --- the walk's steps, shared with the table's read-only queries ---
+
+TEST_P(PlannerListMapTest, AStandInListIsTheOneTheTableWouldMakeAndStaysOutOfIt)
+{
+    List *standIn = rsv::newPlannerList("hostB");
+    ASSERT_NE(standIn, nullptr);
+    EXPECT_STREQ(standIn->name, "Planner list for host <hostB>");
+    ASSERT_EQ(listSize(standIn), 1);
+    EXPECT_TRUE(RsvWeek_equal(&plannerAt(standIn, 0)->week, &rsvWeekRecur));
+    EXPECT_STREQ(plannerAt(standIn, 0)->plannerName, "Resource Weekly Planner for host <hostB>");
+    EXPECT_EQ(h_getEnt_(&tbl->plannerLists, "hostB"), nullptr);
+    rsv::destroyPlannerList(standIn);
+    rsv::destroyPlannerList(nullptr);
+}
+
+TEST_P(PlannerListMapTest, TheWalkVisitsTheListsWeeksOrTheWindowsCalendarWeeks)
+{
+    const time_t t = localTime(2026, 3, 4, 8, 0);
+    book(oneOff(t, t + 1800), 0, 1);
+    int n = -1;
+    RsvWeek *weeks = rsv::mapWeeks(list(), "8:0-9:0", 1, &n);
+    ASSERT_EQ(n, 2);
+    EXPECT_TRUE(RsvWeek_equal(&weeks[0], &rsvWeekRecur));
+    EXPECT_TRUE(RsvWeek_equal(&weeks[1], &plannerAt(list(), 1)->week));
+    free(weeks);
+    const std::string window = oneOff(localTime(2026, 3, 20, 9, 0), localTime(2026, 3, 24, 9, 0));
+    weeks = rsv::mapWeeks(list(), window.c_str(), 0, &n);
+    const std::vector<RsvWeek> expected = weeksOf(window);
+    ASSERT_EQ(n, static_cast<int>(expected.size()));
+    for (int i = 0; i < n; ++i)
+        EXPECT_TRUE(RsvWeek_equal(&weeks[i], &expected[i])) << i;
+    free(weeks);
+}
+
+TEST_P(PlannerListMapTest, EachWeekMapsTheRecurringWindowOrItsPartOfTheOneOff)
+{
+    const RsvWeek week = weekOf(localTime(2026, 3, 20, 9, 0));
+    const std::string window = oneOff(localTime(2026, 3, 20, 9, 0), localTime(2026, 3, 24, 9, 0));
+    char *text = rsv::weekWindow(&week, window.c_str(), 0);
+    EXPECT_EQ(std::string(text), overlap(week, window));
+    free(text);
+    text = rsv::weekWindow(&week, "22:0-2:0", 1);
+    EXPECT_STREQ(text, "22:0-2:0");
+    free(text);
+}
+
+TEST_P(PlannerListMapTest, AWeeksPlannerIsTheListsOrANewOneWithTheRecurringBookings)
+{
+    RsvEnt *rec = makeEntry("alice#1", RSV_OPT_RECURRING, "8:0-9:0", {{"hostA", 3}});
+    addAndBook(tbl, rec);
+    const RsvWeek week = weekOf(localTime(2026, 4, 15, 8, 30));
+    EXPECT_EQ(rsv::plannerOfWeek(list(), &week), nullptr);
+    EXPECT_EQ(rsv::plannerOfWeek(list(), &rsvWeekRecur), zero());
+    ResPlanner *fresh = rsv::newWeekPlanner(tbl, "hostA", &week);
+    ASSERT_NE(fresh, nullptr);
+    EXPECT_TRUE(RsvWeek_equal(&fresh->week, &week));
+    EXPECT_EQ(runs(fresh, kWed), (Runs{{48, 53, 3}}));
+    EXPECT_EQ(listSize(list()), 1);
+    ResPlanner_destroy(fresh);
 }

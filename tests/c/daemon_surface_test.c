@@ -1408,6 +1408,37 @@ static void testTable(const Paths *p)
     CHECK_INT(RsvTimeTbl_freeSlots(restarted, "nowhere", thuHour, 0, NULL), -1);
     CHECK_INT(qob_errno, RSV_ERR_BAD_HOST);
     CHECK_INT(h_numEnts_(&restarted->plannerLists), numLists);
+
+    /* The earliest one-off hour with all four slots of hostB from Wed 9:00,
+     * and the earliest daily hour: found, on a cell boundary, and free by
+     * the queries' count. */
+    char **fitHosts = (char **)calloc(1, sizeof(char *));
+    fitHosts[0] = dupString("hostB");
+    RsvReq fitReq;
+    makeRequest(&fitReq, 0, "erin", 4, 4, fitHosts, 1, "", NULL);
+    RsvFit fit;
+    memset(&fit, 0, sizeof fit);
+    CHECK_INT(RsvTimeTbl_findEarliest(restarted, &fitReq, (time_t)1767776400, (time_t)1767776400 + 7 * 86400, 60,
+                                      NULL, &fit),
+              0);
+    CHECK_INT(fit.found, 1);
+    CHECK(fit.start >= (time_t)1767776400 && fit.start % 600 == 0 && fit.end - fit.start == 3600);
+    CHECK(fit.numHosts == 1 && fit.allocVector && strcmp(fit.allocVector[0].hostName, "hostB") == 0);
+    CHECK(fit.timeWindow != NULL);
+    if (fit.timeWindow)
+        CHECK_INT(RsvTimeTbl_freeSlots(restarted, "hostB", fit.timeWindow, 0, NULL), 4);
+    RsvFit_destroy(&fit);
+    RsvFit_destroy(&fit);
+    CHECK(fit.timeWindow == NULL && fit.allocVector == NULL);
+    fitReq.options = RSV_OPT_RECURRING;
+    CHECK_INT(RsvTimeTbl_findEarliestRecurring(restarted, &fitReq, RSV_FIT_DAILY, 60, NULL, &fit), 0);
+    CHECK(fit.found == 1 && fit.timeWindow != NULL && isValidTimeWindow(fit.timeWindow, 1) == 0);
+    RsvFit_destroy(&fit);
+    CHECK_INT(RsvTimeTbl_findEarliest(restarted, &fitReq, 0, 0, 60, NULL, &fit), RSV_ERR_BAD_ARGUMENT);
+    RsvFit_destroy(&fit);
+    freeRequest(&fitReq);
+    CHECK_INT(h_numEnts_(&restarted->plannerLists), numLists);
+
     problems = 0;
     CHECK_INT(RsvTimeTbl_verify(restarted, countProblem, &problems), 0);
     RsvTimeTbl_cleanDisabledDurations(&restarted->entries);

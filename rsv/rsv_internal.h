@@ -68,6 +68,13 @@ inline bool isDurable(const RsvTimeTbl *tbl) noexcept
     return s && s->durable;
 }
 
+// Release an entry the module made: its members, then the record.
+inline void freeEntry(RsvEnt *ent)
+{
+    RsvEnt_destroy(ent);
+    std::free(ent);
+}
+
 // The current time, through the replaceable clock.
 inline time_t now() { return kx_now(); }
 

@@ -105,13 +105,11 @@ int buildTargets(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *skip, Targe
     try {
         if (tbl->idFile && tbl->idFile[0] != '\0') {
             targets[count].file = tbl->idFile;
-            if (!rsv::RsvId_appendFileText(targets[count].text))
-                return RSV_ERR_NO_MEMORY;
+            rsv::RsvId_appendFileText(targets[count].text);
             targets[count++].tmp = std::string(tbl->idFile) + kTmpSuffix;
         }
         targets[count].file = tbl->stateFile;
-        if (!rsv::RsvTimeTbl_appendStateText(tbl, targets[count].text, skip))
-            return RSV_ERR_NO_MEMORY;
+        rsv::RsvTimeTbl_appendStateText(tbl, targets[count].text, skip);
         targets[count++].tmp = std::string(tbl->stateFile) + kTmpSuffix;
         for (int i = 0; i < count; ++i)
             targets[i].dir = directoryOf(targets[i].file);

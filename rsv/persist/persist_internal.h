@@ -50,20 +50,18 @@ bool RsvId_hasWrapped(const char *owner) noexcept;
 // start again at 0.
 int RsvId_perOwnerLimit() noexcept;
 
-// The id file's text, byte for byte what RsvTimeTbl_logId writes. False
-// when memory runs out (std::bad_alloc is caught by the caller).
-bool RsvId_appendFileText(std::string &out);
+// The id file's text, byte for byte what RsvTimeTbl_logId writes, appended
+// to `out`. Throws std::bad_alloc.
+void RsvId_appendFileText(std::string &out);
 
-// Append the record text of `ent` (what RsvEnt_ToString returns) to `out`.
-// Throws std::bad_alloc.
-void RsvEnt_appendRecord(const RsvEnt *ent, std::string &out);
-// The same for `count` entries, each followed by a line feed.
+// Append the record texts of `count` entries (what RsvEnt_ToString returns
+// for each), each followed by a line feed, to `out`. Throws std::bad_alloc.
 void RsvEnt_appendRecords(const RsvEnt *const *ents, size_t count, std::string &out);
 
 // The state file's text, byte for byte what RsvTimeTbl_logStat writes,
-// leaving out the entries of `skip` (may be NULL). False when a record
-// cannot be built (out of memory).
-bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip);
+// leaving out the entries of `skip` (may be NULL), appended to `out`. Throws
+// std::bad_alloc.
+void RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip);
 
 // The default rewrite of a change's files with a state text built before
 // the change was kept: the state file rewritten in place one flushed line at

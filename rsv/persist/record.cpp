@@ -747,12 +747,6 @@ private:
 
 namespace rsv {
 
-void RsvEnt_appendRecord(const RsvEnt *ent, std::string &out)
-{
-    TextSink sink(out);
-    writeRecord(ent, sink);
-}
-
 void RsvEnt_appendRecords(const RsvEnt *const *ents, size_t count, std::string &out)
 {
     TextSink sink(out);

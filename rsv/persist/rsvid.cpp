@@ -409,12 +409,12 @@ int RsvId_perOwnerLimit() noexcept
     return max < 1 || max > kMaxPerOwnerLimit ? kDefaultMaxPerOwner : max;
 }
 
-bool RsvId_appendFileText(std::string &out)
+void RsvId_appendFileText(std::string &out)
 {
     out += RSV_FORMAT_VERSION "\n";
     if (!rsvIdTbl) {
         out += "0\n";
-        return true;
+        return;
     }
     out += std::to_string(h_numEnts_(rsvIdTbl));
     out += '\n';
@@ -427,7 +427,6 @@ bool RsvId_appendFileText(std::string &out)
         out += std::to_string(fromValue(he->value));
         out += " \n ";
     }
-    return true;
 }
 
 } // namespace rsv

@@ -17,6 +17,23 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
+// Opens the state file for the default rewrite, with the rewrite's trace;
+// when it cannot be opened, message 6105 is logged and NULL returned.
+FilePtr openForRewrite(const RsvTimeTbl *tbl)
+{
+    static constexpr const char *kFunc = "RsvTimeTbl_logStat";
+    if (rsv::logOn(LC_RSV | LC_TRACE))
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", kFunc);
+    if (!tbl)
+        return nullptr;
+    const char *name = tbl->stateFile ? tbl->stateFile : "";
+    FilePtr fp(std::fopen(name, "w"));
+    if (!fp)
+        kx_syslog(KX_LOG_ERR, kx_catgets(kx_catd, rsv::kCatSetRsv, 6105, "%s: failed to open %s for writing"),
+                  kFunc, name);
+    return fp;
+}
+
 } // namespace
 
 extern "C" {
@@ -28,17 +45,10 @@ extern "C" {
  * line left out, so the file stays readable. */
 void RsvTimeTbl_logStat(RsvTimeTbl *tbl)
 {
-    if (rsv::logOn(LC_RSV | LC_TRACE))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", __func__);
-    if (!tbl)
+    FilePtr fp = openForRewrite(tbl);
+    if (!fp)
         return;
-    const char *name = tbl->stateFile ? tbl->stateFile : "";
-    FilePtr fp(std::fopen(name, "w"));
-    if (!fp) {
-        kx_syslog(KX_LOG_ERR, kx_catgets(kx_catd, rsv::kCatSetRsv, 6105, "%s: failed to open %s for writing"),
-                  __func__, name);
-        return;
-    }
+    const char *name = tbl->stateFile;
     HashIter iter;
     for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
         if (std::strchr(he->key, '@'))
@@ -65,16 +75,10 @@ namespace rsv {
 
 void RsvTimeTbl_writeStateText(RsvTimeTbl *tbl, const std::string &text) noexcept
 {
-    // The same trace as RsvTimeTbl_logStat: to a daemon this is that rewrite.
-    if (rsv::logOn(LC_RSV | LC_TRACE))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering...", "RsvTimeTbl_logStat");
-    const char *name = tbl->stateFile ? tbl->stateFile : "";
-    FilePtr fp(std::fopen(name, "w"));
-    if (!fp) {
-        kx_syslog(KX_LOG_ERR, kx_catgets(kx_catd, rsv::kCatSetRsv, 6105, "%s: failed to open %s for writing"),
-                  "RsvTimeTbl_logStat", name);
+    // To a daemon this is the same rewrite as RsvTimeTbl_logStat.
+    FilePtr fp = openForRewrite(tbl);
+    if (!fp)
         return;
-    }
     // One flush per line, as RsvTimeTbl_logStat writes.
     for (size_t from = 0; from < text.size();) {
         size_t end = text.find('\n', from);
@@ -87,7 +91,7 @@ void RsvTimeTbl_writeStateText(RsvTimeTbl *tbl, const std::string &text) noexcep
     RsvTimeTbl_logId(tbl);
 }
 
-bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip)
+void RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip)
 {
     std::vector<const RsvEnt *> written;
     written.reserve(static_cast<size_t>(h_numEnts_(&tbl->entries)));
@@ -101,7 +105,6 @@ bool RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::ve
         written.push_back(ent);
     }
     RsvEnt_appendRecords(written.data(), written.size(), out);
-    return true;
 }
 
 } // namespace rsv

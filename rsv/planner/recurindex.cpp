@@ -212,6 +212,29 @@ int compareIndexWithWalk(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context
     return problems;
 }
 
+// The index of `tbl`, made or brought up to date; NULL when it cannot serve
+// (switched off, or out of memory: this and later calls walk the table
+// until an index can be made again).
+TableIndex *usableIndex(RsvTimeTbl *tbl)
+{
+    if (!indexEnabled)
+        return nullptr;
+    try {
+        return currentIndex(tbl);
+    } catch (const std::bad_alloc &) {
+        rsv::dropRecurringIndex(tbl);
+        return nullptr;
+    }
+}
+
+// The recurring shares of `hostName` in `index` (NULL: no recurring
+// reservation holds the host).
+const Shares *sharesOf(TableIndex *index, const char *hostName)
+{
+    auto it = index->byHost.find(std::string_view(hostName));
+    return it == index->byHost.end() ? nullptr : &it->second;
+}
+
 } // namespace
 
 namespace rsv {
@@ -229,23 +252,15 @@ int checkRecurringIndex(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context)
 
 bool addRecursFromIndex(ResPlanner *planner, RsvTimeTbl *tbl, const char *hostName)
 {
-    if (!indexEnabled || !planner || !tbl || !hostName)
+    if (!planner || !tbl || !hostName)
         return false;
-    TableIndex *index = nullptr;
-    try {
-        index = currentIndex(tbl);
-    } catch (const std::bad_alloc &) {
-        // Out of memory: this and later planners walk the table until an
-        // index can be made again.
-        dropRecurringIndex(tbl);
-        return false;
-    }
+    TableIndex *index = usableIndex(tbl);
     if (!index)
         return false;
-    auto it = index->byHost.find(std::string_view(hostName));
-    if (it == index->byHost.end())
+    const Shares *found = sharesOf(index, hostName);
+    if (!found)
         return true; // no recurring reservation holds this host
-    const Shares &shares = it->second;
+    const Shares &shares = *found;
     for (const Share &share : shares) {
         if (!stillMatches(share, hostName)) {
             dropRecurringIndex(tbl);
@@ -264,21 +279,15 @@ bool addRecursFromIndex(ResPlanner *planner, RsvTimeTbl *tbl, const char *hostNa
 
 bool recurringSharesSameEveryWeek(RsvTimeTbl *tbl, const char *hostName)
 {
-    if (!indexEnabled || !tbl || !hostName)
+    if (!tbl || !hostName)
         return false;
-    TableIndex *index = nullptr;
-    try {
-        index = currentIndex(tbl);
-    } catch (const std::bad_alloc &) {
-        dropRecurringIndex(tbl);
-        return false;
-    }
+    TableIndex *index = usableIndex(tbl);
     if (!index)
         return false;
-    auto it = index->byHost.find(std::string_view(hostName));
-    if (it == index->byHost.end())
+    const Shares *shares = sharesOf(index, hostName);
+    if (!shares)
         return true;
-    for (const Share &share : it->second) {
+    for (const Share &share : *shares) {
         if (!stillMatches(share, hostName))
             return false;
         const List *days = share.ent->disabledDurations;

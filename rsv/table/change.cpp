@@ -78,12 +78,6 @@ bool copyAlterable(const RsvEnt *from, RsvEnt *to)
     return ok;
 }
 
-void destroyAndFree(RsvEnt *ent)
-{
-    RsvEnt_destroy(ent);
-    std::free(ent);
-}
-
 } // namespace
 
 namespace rsv {
@@ -198,7 +192,7 @@ void Change::finishRemovals() noexcept
             continue;
         RsvTimeTbl_removeNameEntry(nameTable, ent->rsvId);
         h_delEnt_(&tbl_->entries, he);
-        destroyAndFree(ent);
+        rsv::freeEntry(ent);
     }
     removing_.clear();
 }
@@ -214,7 +208,7 @@ void Change::undo() noexcept
         HashEnt *he = ent->rsvId ? h_getEnt_(&tbl_->entries, ent->rsvId) : nullptr;
         if (he && he->value == ent)
             h_delEnt_(&tbl_->entries, he);
-        destroyAndFree(ent);
+        rsv::freeEntry(ent);
     }
     added_.clear();
     removing_.clear();
@@ -271,7 +265,8 @@ int Change::finish(bool save) noexcept
 bool Change::buildStateText(std::string &text) noexcept
 {
     try {
-        return RsvTimeTbl_appendStateText(tbl_, text, &removing_);
+        RsvTimeTbl_appendStateText(tbl_, text, &removing_);
+        return true;
     } catch (const std::bad_alloc &) {
         return false;
     }

@@ -13,6 +13,27 @@ const char *nameOrEmpty(const char *text)
     return text ? text : "";
 }
 
+// The reservation a host change names, after the change's trace; NULL with
+// qob_errno 52 (NULL argument) or 311 (not found, logged with `notFound`
+// when the log-class bits `notFoundBits` are on).
+RsvEnt *entryToChange(RsvTimeTbl *tbl, const RsvModReq *modReq, const char *fn, int notFoundBits,
+                      const char *notFound)
+{
+    if (rsv::logOn(kTraceBits))
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", fn);
+    if (!tbl || !modReq) {
+        qob_errno = RSV_ERR_BAD_ARGUMENT;
+        return nullptr;
+    }
+    RsvEnt *ent = modReq->rsvId ? RsvTimeTbl_getEntry(tbl, modReq->rsvId) : nullptr;
+    if (!ent) {
+        if (rsv::logOn(notFoundBits))
+            kx_syslog(KX_LOG_DEBUG, notFound, fn, nameOrEmpty(modReq->rsvId));
+        qob_errno = RSV_ERR_NO_SUCH_RSV;
+    }
+    return ent;
+}
+
 } // namespace
 
 extern "C" {
@@ -25,21 +46,9 @@ extern "C" {
 // failure leaves the entry and the planners as they were.
 int RsvTimeTbl_modEntrywithAddHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
 {
-    static const char *const fn = "RsvTimeTbl_modEntrywithAddHosts";
-    if (rsv::logOn(kTraceBits))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", fn);
-    if (!tbl || !modReq) {
-        qob_errno = RSV_ERR_BAD_ARGUMENT;
-        return -1;
-    }
-    RsvEnt *ent = modReq->rsvId ? RsvTimeTbl_getEntry(tbl, modReq->rsvId) : nullptr;
-    if (!ent) {
-        if (rsv::logOn(kTraceBits))
-            kx_syslog(KX_LOG_DEBUG, "%s: reservation <%s> is not found", fn, nameOrEmpty(modReq->rsvId));
-        qob_errno = RSV_ERR_NO_SUCH_RSV;
-        return -1;
-    }
-    return rsv::addHostsToEntry(tbl, modReq, ent);
+    RsvEnt *ent = entryToChange(tbl, modReq, "RsvTimeTbl_modEntrywithAddHosts", kTraceBits,
+                                "%s: reservation <%s> is not found");
+    return ent ? rsv::addHostsToEntry(tbl, modReq, ent) : -1;
 }
 
 // Gives back hosts or processors of the reservation `modReq->rsvId`:
@@ -51,21 +60,8 @@ int RsvTimeTbl_modEntrywithAddHosts(RsvTimeTbl *tbl, RsvModReq *modReq)
 // leaves the entry and the planners as they were (only marks stay set).
 int RsvTimeTbl_modEntryWithRmHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *hosts, int rmFlags)
 {
-    static const char *const fn = "RsvTimeTbl_modEntryWithRmHosts";
-    if (rsv::logOn(kTraceBits))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", fn);
-    if (!tbl || !modReq) {
-        qob_errno = RSV_ERR_BAD_ARGUMENT;
-        return -1;
-    }
-    RsvEnt *ent = modReq->rsvId ? RsvTimeTbl_getEntry(tbl, modReq->rsvId) : nullptr;
-    if (!ent) {
-        if (rsv::logOn(LC_RSV))
-            kx_syslog(KX_LOG_DEBUG, "%s: rsvId <%s>  not found", fn, nameOrEmpty(modReq->rsvId));
-        qob_errno = RSV_ERR_NO_SUCH_RSV;
-        return -1;
-    }
-    return rsv::removeHostsFromEntry(tbl, modReq, ent, hosts, rmFlags);
+    RsvEnt *ent = entryToChange(tbl, modReq, "RsvTimeTbl_modEntryWithRmHosts", LC_RSV, "%s: rsvId <%s>  not found");
+    return ent ? rsv::removeHostsFromEntry(tbl, modReq, ent, hosts, rmFlags) : -1;
 }
 
 } // extern "C"

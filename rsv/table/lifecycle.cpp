@@ -26,9 +26,7 @@ void destroyPlannerList(void *list)
 
 void destroyEntry(void *entry)
 {
-    auto *ent = static_cast<RsvEnt *>(entry);
-    RsvEnt_destroy(ent);
-    free(ent);
+    rsv::freeEntry(static_cast<RsvEnt *>(entry));
 }
 
 // Builds the id-file name from the state-file name; NULL when out of memory.

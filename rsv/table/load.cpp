@@ -17,12 +17,6 @@ struct FileCloser {
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
-void destroyEntry(RsvEnt *ent)
-{
-    RsvEnt_destroy(ent);
-    std::free(ent);
-}
-
 constexpr const char *kLoad = "RsvTimeTbl_load";
 
 // The body of RsvTimeTbl_load: every restored entry is told to `change`.
@@ -66,11 +60,11 @@ int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
             ++rejected;
             kx_syslog(KX_LOG_ERR, "%s: line %d of %s rejected: reservation <%s> is already loaded", kLoad,
                       lineNo, name, ent->rsvId);
-            destroyEntry(ent);
+            rsv::freeEntry(ent);
             continue;
         }
         if (!change.added(ent)) {
-            destroyEntry(ent);
+            rsv::freeEntry(ent);
             break;
         }
         RsvTimeTbl_restoreEntry(tbl, ent);
@@ -82,7 +76,7 @@ int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
             kx_syslog(KX_LOG_WARNING, "%s: line %d of %s: reservation <%s> holds no hosts and is dropped",
                       kLoad, lineNo, name, ent->rsvId);
             change.forget(ent);
-            destroyEntry(ent);
+            rsv::freeEntry(ent);
         }
     }
     std::free(raw);

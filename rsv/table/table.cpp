@@ -34,12 +34,6 @@ void freeShallowEntry(void *entry)
     free(entry);
 }
 
-void destroyAndFree(RsvEnt *ent)
-{
-    RsvEnt_destroy(ent);
-    free(ent);
-}
-
 // Removes the reservations of `rsvIds` (all in the table, none twice) in one
 // change: their bookings are released, and they leave the table (and the
 // daemon's name table) when the change is kept. 0, or 55/RSV_ERR_NOT_SAVED
@@ -133,7 +127,7 @@ char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
     if (!ent)
         return nullptr;
     if (!change.added(ent)) {
-        destroyAndFree(ent);
+        rsv::freeEntry(ent);
         qob_errno = RSV_ERR_NO_MEMORY;
         return nullptr;
     }
@@ -184,7 +178,7 @@ int RsvTimeTbl_replaceEntry(RsvTimeTbl *tbl, const char *rsvId, RsvEnt *newEntry
         return 0;
     // rsvId may be the old entry's own text: it is not used after this.
     if (old)
-        destroyAndFree(old);
+        rsv::freeEntry(old);
     he->value = newEntry;
     rsv::noteRecurringChange();
     return 0;
@@ -214,7 +208,7 @@ void RsvTimeTbl_restoreEntry(RsvTimeTbl *tbl, RsvEnt *ent)
                       kFunc, ent->rsvId);
             Rsv_dealloc(tbl, old);
             h_delEnt_(&tbl->entries, earlier);
-            destroyAndFree(old);
+            rsv::freeEntry(old);
             rsv::noteRecurringChange();
         }
     }
@@ -291,7 +285,7 @@ void RsvTimeTbl_addNameEntry(HashTab *nameTable, const char *rsvId)
     ent->rsvId = rsv::dupText(rsvId);
     HashEnt *he = ent->rsvId ? h_addEnt_(nameTable, ent->rsvId, nullptr) : nullptr;
     if (!he) {
-        destroyAndFree(ent);
+        rsv::freeEntry(ent);
         return;
     }
     // An earlier entry under the same key is not released: the daemon may
@@ -318,7 +312,7 @@ int RsvTimeTbl_removeNameEntry(HashTab *nameTable, const char *rsvId)
         return 0;
     h_delEnt_(nameTable, he);
     if (ent)
-        destroyAndFree(ent);
+        rsv::freeEntry(ent);
     return 0;
 }
 

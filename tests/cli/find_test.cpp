@@ -17,14 +17,9 @@ using nlohmann::json;
 
 namespace {
 
-constexpr long long kNow = 1794996000;  // Wed 2026-11-18 10:00 UTC
+using rsvctltest::kNow;
+using rsvctltest::kSmallCluster;
 
-const char *kSmallCluster = R"(# test cluster
-max-per-owner 3
-alpha  8  16  a1
-beta   4
-gamma  2   2  g1 g2
-)";
 
 class Find : public ::testing::Test {
 protected:

@@ -11,6 +11,18 @@
 
 namespace rsvctltest {
 
+// The pinned "now" of the end-to-end tests: Wed 2026-11-18 10:00 UTC.
+inline constexpr long long kNow = 1794996000;
+
+// A small cluster: aliases, a host without a processor count, and a
+// per-owner limit of 3.
+inline constexpr const char *kSmallCluster = R"(# test cluster
+max-per-owner 3
+alpha  8  16  a1
+beta   4
+gamma  2   2  g1 g2
+)";
+
 struct RunResult {
     int status = -1;  // exit status, or -1 when killed by a signal
     int signal = 0;   // the signal that ended it, or 0

@@ -20,16 +20,11 @@ using nlohmann::json;
 
 namespace {
 
-constexpr long long kNow = 1794996000;           // Wed 2026-11-18 10:00 UTC
+using rsvctltest::kNow;
+using rsvctltest::kSmallCluster;
+
 constexpr long long kThu0900 = 1795078800;       // Thu 2026-11-19 09:00 UTC
 constexpr long long kThu1700 = 1795107600;       // Thu 2026-11-19 17:00 UTC
-
-const char *kSmallCluster = R"(# test cluster
-max-per-owner 3
-alpha  8  16  a1
-beta   4
-gamma  2   2  g1 g2
-)";
 
 class Rsvctl : public ::testing::Test {
 protected:

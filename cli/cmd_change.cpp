@@ -121,7 +121,7 @@ With --earliest: prints the identifier, then the window booked.)");
                 usageError("give the end (-e) or the length (-D), not both");
             if (add->begin.empty() || (add->end.empty() && duration.empty()))
                 usageError("a one-off reservation needs -b BEGIN and either -e END or -D DURATION");
-            time_t begin = parsePoint(add->begin, "-b");
+            time_t begin = parseBegin(add->begin, "-b");
             time_t end = duration.empty() ? parsePoint(add->end, "-e")
                                           : begin + static_cast<time_t>(parseDurationMinutes(duration, "-D")) * 60;
             req.window = fmt::format("{}-{}", static_cast<long long>(begin), static_cast<long long>(end));

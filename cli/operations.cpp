@@ -290,7 +290,8 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
             return "null";
         if (auto shift = parseShiftMinutes(text, what))
             return fmt::format("{:+d}", *shift);
-        return std::to_string(static_cast<long long>(parsePoint(text, what)));
+        return std::to_string(static_cast<long long>(std::string(what) == "--begin" ? parseBegin(text, what)
+                                                                                     : parsePoint(text, what)));
     };
     std::string modText = side(begin, "--begin") + "&" + side(end, "--end");
 

@@ -334,6 +334,16 @@ time_t parsePointAt(const std::string &text, const std::string &what, time_t now
     usageError(fmt::format("bad {} '{}': {}", what, text, kPointForms));
 }
 
+time_t parseBegin(const std::string &text, const std::string &what)
+{
+    if (text != "now")
+        return parsePoint(text, what);
+    // The module takes only a start in the future: "now" is the next whole
+    // minute.
+    const time_t now = nowTime();
+    return now - now % 60 + 60;
+}
+
 std::optional<long> parseShiftMinutes(const std::string &text, const std::string &what)
 {
     if (text.empty() || (text[0] != '+' && text[0] != '-'))

@@ -30,6 +30,10 @@ time_t parsePoint(const std::string &text, const std::string &what);
 // The same against a given "now".
 time_t parsePointAt(const std::string &text, const std::string &what, time_t now);
 
+// The begin of a booking: parsePoint, except that "now" is the next whole
+// minute (a booking must start in the future).
+time_t parseBegin(const std::string &text, const std::string &what);
+
 // A shift "+N" or "-N" minutes, or with units d, h, m as for a duration
 // ("-1d", "+1d2h30m"), in minutes; nullopt when the text does not start
 // with a sign.

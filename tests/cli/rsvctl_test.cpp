@@ -340,17 +340,14 @@ TEST_F(Rsvctl, UsageErrorsExitOne)
 
 TEST_F(Rsvctl, EveryCommandHasHelpWithExamples)
 {
-    for (const char *cmd : {"add", "del", "list", "show", "mod", "planner", "check", "hosts", "demo"}) {
+    for (const char *cmd : {"add", "del", "list", "show", "mod", "planner", "check", "hosts", "demo", "init"}) {
         RunResult r = runRsvctl({cmd, "--help"}, kNow);
         EXPECT_EQ(r.status, 0) << cmd;
         EXPECT_NE(r.out.find("Example"), std::string::npos) << cmd << "\n" << r.out;
     }
     RunResult top = runRsvctl({"--help"}, kNow);
     EXPECT_EQ(top.status, 0);
-    EXPECT_NE(top.out.find("Exit status: 0 ok, 1 usage, 2 refused, 3 file or configuration problem\n"
-                           "(a change that could not be saved: then nothing changed)."),
-              std::string::npos)
-        << top.out;
+    EXPECT_NE(top.out.find("Exit status:\n  0  done\n  1  usage"), std::string::npos) << top.out;
 }
 
 // ---------------------------------------------------------------- del
@@ -684,25 +681,27 @@ TEST_F(Rsvctl, UnreadableStateLinesBlockChangesButNotListing)
     EXPECT_EQ(snapshot(state), before);
 }
 
-TEST(RsvctlStateDir, FirstUseWritesTheDemoClusterOnlyOnSuccess)
+TEST(RsvctlStateDir, TheDefaultDirectoryNeedsItsClusterFileFromInit)
 {
     rsvtest::TempDir tmp;
     RunOptions opts;
     opts.cwd = tmp.path();
-    // Refused: nothing is left behind, not even the directory.
-    RunResult refused = runRsvctl({"add", "-u", "a", "-m", "nohost", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts);
-    EXPECT_EQ(refused.status, 2);
+    // No directory yet: a configuration problem, and nothing is left behind.
+    RunResult refused = runRsvctl({"add", "-u", "a", "-m", "node1", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts);
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_EQ(refused.err, "rsvctl: no state directory 'rsv-state': create one with 'rsvctl --state-dir rsv-state "
+                           "init --host NAME:SLOTS ...', or run 'rsvctl --state-dir rsv-state demo' for the built-in "
+                           "demo cluster\n");
     EXPECT_FALSE(rsvtest::fileExists(tmp.file("rsv-state")));
-    // The default directory is ./rsv-state, with the built-in cluster.
-    RunResult added = runRsvctl({"add", "-u", "a", "-m", "node1", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts);
+    // The default directory is ./rsv-state.
+    RunResult init = runRsvctl({"init", "--host", "hpc01:16"}, kNow, "UTC", opts);
+    EXPECT_EQ(init.status, 0) << init.err;
+    RunResult added = runRsvctl({"add", "-u", "a", "-m", "hpc01", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts);
     EXPECT_EQ(added.status, 0) << added.err;
-    std::string conf = rsvtest::readFile(tmp.file("rsv-state/hosts.conf"));
-    EXPECT_NE(conf.find("hpc01   16  16  node1"), std::string::npos);
-    EXPECT_NE(conf.find("max-per-owner 20"), std::string::npos);
     EXPECT_TRUE(rsvtest::fileExists(tmp.file("rsv-state/rsv.state")));
     EXPECT_TRUE(rsvtest::fileExists(tmp.file("rsv-state/rsv.ids")));
     RunResult hosts = runRsvctl({"hosts"}, kNow, "UTC", opts);
-    EXPECT_EQ(lines(hosts.out).size(), 18u);  // header, 16 hosts, max-per-owner
+    EXPECT_EQ(lines(hosts.out).size(), 2u) << hosts.out;  // header, hpc01
 }
 
 TEST(RsvctlStateDir, EnvironmentNamesTheDirectoryAndTheOptionWins)
@@ -711,9 +710,12 @@ TEST(RsvctlStateDir, EnvironmentNamesTheDirectoryAndTheOptionWins)
     RunOptions opts;
     opts.cwd = tmp.path();
     opts.env["RSV_STATE_DIR"] = tmp.file("fromenv");
+    EXPECT_EQ(runRsvctl({"init", "--host", "hpc01:4"}, kNow, "UTC", opts).status, 0);
     EXPECT_EQ(runRsvctl({"add", "-u", "a", "-m", "hpc01", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts).status, 0);
     EXPECT_TRUE(rsvtest::fileExists(tmp.file("fromenv/rsv.state")));
-    EXPECT_EQ(runRsvctl({"--state-dir", tmp.file("opt"), "list"}, kNow, "UTC", opts).out, "no reservations\n");
+    RunResult other = runRsvctl({"--state-dir", tmp.file("opt"), "list"}, kNow, "UTC", opts);
+    EXPECT_EQ(other.status, 3);
+    EXPECT_EQ(other.err.rfind("rsvctl: no state directory '" + tmp.file("opt") + "'", 0), 0u) << other.err;
     EXPECT_FALSE(rsvtest::fileExists(tmp.file("rsv-state")));
 }
 

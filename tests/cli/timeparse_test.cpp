@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "cli_error.h"
+#include "daylist.h"
 #include "rsv_test_support.h"
 #include "timeparse.h"
 
@@ -130,4 +131,33 @@ TEST(TimeTable, ShiftsAndDurationsShareTheUnits)
     EXPECT_EQ(parseDurationMinutes("4h", "-D"), 240);
     EXPECT_THROW(parseDurationMinutes("90", "-D"), CliError);
     EXPECT_THROW(parseShiftMinutes("-", "--end"), CliError);
+}
+
+TEST(DayList, EveryFormBecomesTheModulesFullDates)
+{
+    rsvtest::ScopedTz tz("Pacific/Auckland");
+    const time_t today = static_cast<time_t>(kNow);  // Wed 2026-11-18 23:00 in Auckland
+    struct Case {
+        const char *typed;
+        std::vector<std::string> texts;
+    };
+    const Case cases[] = {
+        {"2026-12-24", {"2026:12:24"}},
+        {"12:24", {"2026:12:24"}},
+        {"24", {"2026:11:24"}},
+        {"2027:1:5", {"2027:1:5"}},
+        {"12:24-12:26", {"2026:12:24-2026:12:26"}},
+        {"2026-12-30..2027-01-02", {"2026:12:30-2027:1:2"}},
+        {"2026-12-30/2027-01-02", {"2026:12:30-2027:1:2"}},
+        {"12:30-1:2", {"2026:12:30-2027:1:2"}},
+        {"2026-12-30..1:2", {"2026:12:30-2027:1:2"}},
+        {"28-3", {"2026:11:28-2026:12:3"}},
+        {"12/24", {"2026:11:12-2026:11:24"}},
+        {"2026-12-24, 12:31,2027-01-06..2027-01-07", {"2026:12:24", "2026:12:31", "2027:1:6-2027:1:7"}},
+    };
+    for (const Case &c : cases)
+        EXPECT_EQ(parseDayList(c.typed, "--disable", today), c.texts) << c.typed;
+    for (const char *bad : {"", "2026-02-30", "2026-13-01", "12:24-", "x", "2026-12-24..", "1:2:3:4",
+                            "2027-01-02..2026-12-30", "12:24,,12:25"})
+        EXPECT_THROW(parseDayList(bad, "--disable", today), CliError) << bad;
 }

@@ -5,15 +5,15 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 #include <ctime>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
 
 #include "cli_error.h"
-#include "zonetime.h"
 #include "qob.rsvimpl.h"
+#include "zonetime.h"
 
 namespace rsvctl {
 

@@ -24,15 +24,6 @@ struct InitOptions {
     int maxPerOwner = 0;
 };
 
-constexpr const char *kHeader = R"(# hosts.conf: the cluster rsvctl books reservations on.
-# One host per line:  name slots [cpus] [alias ...]
-#   slots  job slots that reservations may take on the host
-#   cpus   processors (defaults to slots)
-#   alias  other names that mean the same host
-# max-per-owner N limits the reservations one owner may hold.
-# Edit freely: rsvctl reads this file on every command.
-)";
-
 // "NAME:SLOTS[:CPUS]" as a hosts.conf line, checked as the file is.
 std::string hostLine(const std::string &typed)
 {
@@ -60,7 +51,7 @@ std::string hostLine(const std::string &typed)
 
 std::string clusterText(const InitOptions &init)
 {
-    std::string text = kHeader;
+    std::string text = clusterFileHeader();
     if (init.maxPerOwner > 0)
         text += fmt::format("\nmax-per-owner {}\n", init.maxPerOwner);
     if (init.hosts.empty()) {

@@ -186,30 +186,7 @@ int RsvTimeTbl_removeHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *hosts, i
 // disabled).
 int RsvTimeTbl_disableDays(RsvTimeTbl *tbl, const char *rsvId, const char *dateText)
 {
-    if (!tbl || !rsvId)
-        return failWith(RSV_ERR_BAD_ARGUMENT);
-    RsvEnt *ent = RsvTimeTbl_getEntry(tbl, rsvId);
-    if (!ent)
-        return failWith(RSV_ERR_NO_SUCH_RSV);
-    if (!(ent->options & RSV_OPT_RECURRING))
-        return failWith(RSV_ERR_BAD_ARGUMENT);
-    rsv::Change change(tbl);
-    if (!beginChange(change, ent))
-        return -1;
-    RsvDisableDuration *rec = createRsvDisableDuration(dateText, 1);
-    if (!rec) {
-        changeError(change, qob_errno);
-        return -1;
-    }
-    if (RsvTimeTbl_addDurationToDisabledList(tbl, ent, rec) != 0) {
-        // A duration already covered is released by the list; any other
-        // refusal leaves it with us.
-        if (qob_errno != RSV_ERR_DURATION_EXISTS)
-            free(rec);
-        changeError(change, qob_errno);
-        return -1;
-    }
-    return change.finish() == RSV_OK ? 0 : -1;
+    return changeDayList(tbl, rsvId, &dateText, 1, nullptr, false);
 }
 
 int RsvTimeTbl_disableDayList(RsvTimeTbl *tbl, const char *rsvId, const char *const *dateTexts, int count,

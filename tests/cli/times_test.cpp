@@ -27,6 +27,7 @@ protected:
         state = tmp.file("state");
         mkdir(state.c_str(), 0755);
         rsvtest::writeFile(state + "/hosts.conf", kCluster);
+        rsvtest::writeFile(state + "/rsv.lock", "");  // as the first command leaves it
     }
 
     RunResult rsv(std::vector<std::string> args, const std::string &tz = "UTC", long long now = kNow)
@@ -40,7 +41,8 @@ protected:
     {
         RunResult r = rsv({"list", "--json"});
         EXPECT_EQ(r.status, 0) << r.err;
-        for (const auto &res : json::parse(r.out)["reservations"])
+        const json all = json::parse(r.out);
+        for (const auto &res : all["reservations"])
             if (res["id"] == id)
                 return res["window"];
         return "(none)";

@@ -92,7 +92,12 @@ int runInit(const InitOptions &init, const GlobalOptions &global)
     }
     const std::string lockFile = dir + "/rsv.lock";
     const int lockFd = open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    bool writing = false;
     auto undo = [&] {
+        // A write that failed after its rename (the directory's fsync) left
+        // the file in place: the command reports it not saved, so it goes.
+        if (writing)
+            unlink(conf.c_str());
         if (lockFd >= 0)
             close(lockFd);
         if (created) {
@@ -108,6 +113,7 @@ int runInit(const InitOptions &init, const GlobalOptions &global)
                 fileError(fmt::format("cannot lock '{}': {}", lockFile, std::strerror(errno)));
         if (::access(conf.c_str(), F_OK) == 0)
             fileError(fmt::format("'{}' already exists: edit it, or init another directory", conf));
+        writing = true;
         writeFileWhole(conf, text);
     } catch (...) {
         undo();

@@ -92,9 +92,13 @@ void checkCommandName(CLI::App &app, int argc, char **argv)
             word = arg;
             break;
         }
-        // The global options that take a separate value.
-        if (arg == "--state-dir" || arg == "--color")
-            ++i;
+        // A global option that takes a value, given as a separate word.
+        if (arg.find('=') == std::string::npos)
+            for (const CLI::Option *opt : app.get_options())
+                if (opt->check_name(arg) && opt->get_items_expected_min() > 0) {
+                    ++i;
+                    break;
+                }
     }
     if (word.empty())
         return;

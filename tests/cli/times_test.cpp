@@ -235,6 +235,7 @@ TEST_F(Times, AMistypedCommandGetsTheNearestOne)
 {
     refused({"lsit"}, 1, "rsvctl: unknown command 'lsit': did you mean 'list'?\n");
     refused({"-v", "dle", "a#0"}, 1, "rsvctl: unknown command 'dle': did you mean 'del'?\n");
+    refused({"--color", "never", "plannr", "alpha"}, 1, "rsvctl: unknown command 'plannr': did you mean 'planner'?\n");
     refused({"frobnicate"}, 1, "rsvctl: unknown command 'frobnicate': see rsvctl --help for the commands\n");
 }
 

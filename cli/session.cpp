@@ -116,6 +116,10 @@ void writeFileWhole(const std::string &path, const std::string &text)
     close(dirFd);
 }
 
+namespace {
+
+// The status-3 line for a directory without hosts.conf, saying how to make
+// one.
 std::string missingClusterMessage(const std::string &stateDir, bool dirExists)
 {
     return fmt::format("{}: create one with 'rsvctl --state-dir {} init --host NAME:SLOTS ...', or run 'rsvctl "
@@ -124,6 +128,8 @@ std::string missingClusterMessage(const std::string &stateDir, bool dirExists)
                                  : fmt::format("no state directory '{}'", stateDir),
                        stateDir, stateDir);
 }
+
+} // namespace
 
 Session::Session(const std::string &stateDir, Access access, ClusterSource source)
     : access_(access), dir_(stateDir), stateFile_(stateDir + "/rsv.state"), clusterFile_(stateDir + "/hosts.conf"),

@@ -37,10 +37,6 @@ enum class ClusterSource {
     BuiltInOrFile     // hosts.conf, else the built-in demo cluster (demo only)
 };
 
-// The status-3 line for a directory without hosts.conf, saying how to make
-// one.
-std::string missingClusterMessage(const std::string &stateDir, bool dirExists);
-
 class Session {
 public:
     // Lock the directory (see Access), read hosts.conf (with BuiltInOrFile,

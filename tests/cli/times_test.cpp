@@ -4,6 +4,7 @@
 // to Wed 2026-11-18 10:00 UTC; every refusal leaves every file as it was.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -210,6 +211,35 @@ TEST_F(Times, DelChecksEveryIdentifierFirstAndIsAllOrNothing)
     RunResult list = rsv({"list", "--json"});
     ASSERT_EQ(json::parse(list.out)["reservations"].size(), 1u);
     EXPECT_EQ(json::parse(list.out)["reservations"][0]["id"], "b#0");
+}
+
+// The renames of rsv.state one command makes, as the fault layer sees them
+// (armed to fail nothing: a delay of 1 ms makes it log every rename in the
+// directory).
+int stateSaves(const std::vector<std::string> &args, const std::string &dir, const std::string &log)
+{
+    unlink(log.c_str());
+    std::vector<std::string> full = {"--state-dir", dir};
+    full.insert(full.end(), args.begin(), args.end());
+    RunResult r = runRsvctl(full, kNow, "UTC",
+                            rsvctltest::withFault(RSV_IOFAULT_PATH, "op=rename,nth=1,errno=0,times=0,delay_ms=1", dir, log));
+    EXPECT_EQ(r.status, 0) << r.err;
+    int saves = 0;
+    for (const std::string &line : rsvctltest::lines(rsvtest::fileExists(log) ? rsvtest::readFile(log) : ""))
+        saves += line.find("/rsv.state") != std::string::npos;
+    return saves;
+}
+
+TEST_F(Times, SeveralIdentifiersOrDaysAreOneSave)
+{
+    for (const char *owner : {"a", "b", "c"})
+        ASSERT_EQ(rsv({"add", "-u", owner, "-m", "alpha", "-b", "+1h", "-e", "+2h"}).status, 0);
+    ASSERT_EQ(rsv({"add", "-u", "r", "-m", "alpha", "-t", "8:00-9:00"}).status, 0);
+    const std::string log = tmp.file("renames.log");
+    EXPECT_EQ(stateSaves({"add", "-u", "d", "-m", "alpha", "-b", "+1h", "-e", "+2h"}, state, log), 1);
+    EXPECT_EQ(stateSaves({"del", "a#0", "b#0", "c#0"}, state, log), 1);
+    EXPECT_EQ(stateSaves({"mod", "r#0", "--disable", "2026-12-01,2026-12-03..2026-12-05,12:24"}, state, log), 1);
+    EXPECT_EQ(stateSaves({"mod", "r#0", "--enable", "2026-12-01,2026-12-04"}, state, log), 1);
 }
 
 // ---------------------------------------------------------------- exit statuses

@@ -32,18 +32,21 @@ std::string moduleErrorText(int err, const ErrorContext &ctx)
     case RSV_ERR_BAD_HOST:
         return fmt::format("unknown host {}: not in the cluster file", quoted(ctx.hosts, "in the request"));
     case RSV_ERR_NO_TEXT:
-        return "no date given: name the days to disable, for example 12:24-12:26";
+        return "no date given: name the days, for example 12:24-12:26 or 2026-12-24..2026-12-26";
     case RSV_ERR_BAD_TIME_WINDOW:
         return fmt::format("malformed {}: use H[:M]-H[:M] (daily) or D:H:M-D:H:M (weekly)", windowWords(ctx));
     case RSV_ERR_BAD_ARGUMENT:
         if (!ctx.dates.empty())
             return fmt::format("reservation {} is not recurring: only a daily or weekly reservation has days to "
-                               "disable",
+                               "disable or enable",
                                quoted(ctx.rsvId, "(none)"));
         return fmt::format("the request for {} is missing a required part", quoted(ctx.rsvId, "the reservation"));
     case RSV_ERR_NO_MEMORY:
         return "out of memory";
     case RSV_ERR_NOT_ENOUGH_SLOTS:
+        if (!ctx.dates.empty() && !ctx.rsvId.empty())
+            return fmt::format("not enough free slots on {} to enable {} of reservation {}",
+                               quoted(ctx.hosts, "its hosts"), quoted(ctx.dates, "the days"), quoted(ctx.rsvId, ""));
         if (ctx.system)
             return fmt::format("a system reservation needs hosts with nothing booked: {} has bookings for {}",
                                quoted(ctx.hosts, "a host"), windowWords(ctx));
@@ -87,6 +90,9 @@ std::string moduleErrorText(int err, const ErrorContext &ctx)
         return fmt::format("the date {} is in the past", quoted(ctx.dates, "(none)"));
     case RSV_ERR_DAY_MISMATCH:
         return fmt::format("{}: both ends must name a weekday, or neither", windowWords(ctx));
+    case RSV_ERR_NOT_DISABLED:
+        return fmt::format("none of the days {} is disabled in reservation {}", quoted(ctx.dates, "(none)"),
+                           quoted(ctx.rsvId, "(none)"));
     case RSV_ERR_END_BEFORE_START:
         return fmt::format("the end must come after the start ({})", windowWords(ctx));
     default:
@@ -94,9 +100,25 @@ std::string moduleErrorText(int err, const ErrorContext &ctx)
     }
 }
 
+int refusalStatus(int err)
+{
+    switch (err) {
+    // What was typed cannot be read as a window or date, whatever the
+    // state: a usage error, as a malformed time is.
+    case RSV_ERR_NO_TEXT:
+    case RSV_ERR_BAD_TIME_WINDOW:
+    case RSV_ERR_BAD_DATE:
+    case RSV_ERR_DAY_MISMATCH:
+    case RSV_ERR_END_BEFORE_START:
+        return kExitUsage;
+    default:
+        return kExitRefused;
+    }
+}
+
 void refuse(int err, const ErrorContext &ctx, const std::string &detail)
 {
-    throw CliError(kExitRefused, moduleErrorText(err, ctx), detail);
+    throw CliError(refusalStatus(err), moduleErrorText(err, ctx), detail);
 }
 
 void queryFailed(int err)

@@ -52,8 +52,12 @@ struct ErrorContext {
 // One line, without "rsvctl: ", for module error number `err`.
 std::string moduleErrorText(int err, const ErrorContext &ctx);
 
-// Throw the refusal (exit status 2) for module error number `err`, with
-// optional detail lines.
+// The exit status for module error number `err`: 1 (usage) when the typed
+// window or date is malformed in itself, else 2 (refused).
+int refusalStatus(int err);
+
+// Throw the refusal for module error number `err` (status refusalStatus),
+// with optional detail lines.
 [[noreturn]] void refuse(int err, const ErrorContext &ctx, const std::string &detail = {});
 
 // A module query that could not answer (a query changes nothing, so in

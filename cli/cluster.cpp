@@ -115,16 +115,21 @@ const ClusterHost *Cluster::find(const std::string &nameOrAlias) const
     return it == index_.end() ? nullptr : &hosts_[it->second];
 }
 
-const std::string &demoClusterText()
+const char *clusterFileHeader()
 {
-    static const std::string text = R"(# hosts.conf: the cluster rsvctl books reservations on.
+    return R"(# hosts.conf: the cluster rsvctl books reservations on.
 # One host per line:  name slots [cpus] [alias ...]
 #   slots  job slots that reservations may take on the host
 #   cpus   processors (defaults to slots)
 #   alias  other names that mean the same host
 # max-per-owner N limits the reservations one owner may hold.
 # Edit freely: rsvctl reads this file on every command.
+)";
+}
 
+const std::string &demoClusterText()
+{
+    static const std::string text = clusterFileHeader() + std::string(R"(
 max-per-owner 20
 
 # compute nodes
@@ -147,7 +152,7 @@ dev01    4   4
 dev02    4   4
 dev03    4   4
 dev04    4   4
-)";
+)");
     return text;
 }
 

@@ -43,8 +43,12 @@ private:
     int maxPerOwner_ = 0;
 };
 
-// The built-in demo cluster, written as hosts.conf on first use.
+// The built-in demo cluster, written as hosts.conf by demo.
 const std::string &demoClusterText();
+
+// The comment block that opens a hosts.conf written by rsvctl: the line
+// format and what each field means.
+const char *clusterFileHeader();
 
 } // namespace rsvctl
 

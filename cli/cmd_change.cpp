@@ -71,8 +71,9 @@ void addChangeCommands(CLI::App &app, GlobalOptions &global, CommandList &comman
     addCmd->add_option("-n,--slots", add->slots, "Slots wanted: MIN or MIN:MAX (default 1)");
     addCmd->add_option("-m,--hosts", add->hosts, "Hosts (names or aliases), comma-separated")->required();
     addCmd->add_option("-b,--begin", add->begin,
-                       "One-off begin: 'YYYY-MM-DD HH:MM', YYYY-MM-DDTHH:MM, +90m, +2h, +1d or epoch seconds");
-    addCmd->add_option("-e,--end", add->end, "One-off end, in the same forms");
+                       "One-off begin: 'YYYY-MM-DD HH:MM[:SS]', YYYY-MM-DDTHH:MM[:SS][Z|+HH:MM], now, +90m, "
+                       "+1d2h30m, 'tomorrow 08:00' or @EPOCH-SECONDS");
+    addCmd->add_option("-e,--end", add->end, "One-off end, in the same forms (or -D for the length)");
     addCmd->add_option("-t,--window", add->window,
                        "Recurring window: H[:M]-H[:M] daily, or D:H:M-D:H:M weekly (D 0-7 or sun..sat)");
     addCmd->add_flag("--system", add->system, "System reservation: takes every free slot of the hosts");
@@ -86,8 +87,13 @@ void addChangeCommands(CLI::App &app, GlobalOptions &global, CommandList &comman
   rsvctl add -u ops -n 2 -m gpu01 -t 22:00-6:00            (every night)
   rsvctl add -u lab -n 16 -m fat01 -t fri:18:00-mon:8:00   (every weekend)
   rsvctl add -u root --system -m dev01 -b +1d -e +1d2h     (maintenance)
+  rsvctl add -u alice -n 4 -m hpc01 -b 'tomorrow 08:00' -D 4h
+  rsvctl add -u bob -n 2 -m hpc02 -b 2026-12-01T08:00:00+01:00 -e 2026-12-01T12:00Z
   rsvctl add -u alice -n 8 -m hpc01 --earliest -D 6h       (first free 6 hours)
   rsvctl add -u ops -n 2 -m gpu01 --earliest -D 8h --daily (first free time of day)
+Times are in $TZ unless they carry an offset; a time the clocks skip or show
+twice is refused (give the offset). Without --earliest, -D is the length of a
+one-off window: the alternative to -e.
 With --earliest: prints the identifier, then the window booked.)");
     commands.push_back({addCmd, [add, &global]() {
         AddRequest req;
@@ -98,21 +104,29 @@ With --earliest: prints the identifier, then the window booked.)");
         req.description = add->description;
         if (add->earliest)
             return addEarliest(*add, req, global);
-        if (anyFitOption(add->fit))
-            usageError("-D, --after, --before, --daily and --weekly go with --earliest");
-        bool oneOff = !add->begin.empty() || !add->end.empty();
+        // Without --earliest, -D is the length of a one-off window: the
+        // alternative to -e, as in find.
+        const std::string duration = add->fit.duration;
+        FitOptions others = add->fit;
+        others.duration.clear();
+        if (anyFitOption(others))
+            usageError("--after, --before, --daily and --weekly go with --earliest");
+        bool oneOff = !add->begin.empty() || !add->end.empty() || !duration.empty();
         if (oneOff && !add->window.empty())
-            usageError("give either -b/-e (one-off) or -t (recurring), not both");
+            usageError("give either -b with -e or -D (one-off) or -t (recurring), not both");
         if (!oneOff && add->window.empty())
-            usageError("give a window: -b BEGIN -e END, or -t WINDOW");
+            usageError("give a window: -b BEGIN with -e END or -D DURATION, or -t WINDOW");
         if (oneOff) {
-            if (add->begin.empty() || add->end.empty())
-                usageError("a one-off reservation needs both -b BEGIN and -e END");
-            time_t begin = parsePoint(add->begin, "-b");
-            time_t end = parsePoint(add->end, "-e");
+            if (!add->end.empty() && !duration.empty())
+                usageError("give the end (-e) or the length (-D), not both");
+            if (add->begin.empty() || (add->end.empty() && duration.empty()))
+                usageError("a one-off reservation needs -b BEGIN and either -e END or -D DURATION");
+            time_t begin = parseBegin(add->begin, "-b");
+            time_t end = duration.empty() ? parsePoint(add->end, "-e")
+                                          : begin + static_cast<time_t>(parseDurationMinutes(duration, "-D")) * 60;
             req.window = fmt::format("{}-{}", static_cast<long long>(begin), static_cast<long long>(end));
             req.typedBegin = add->begin;
-            req.typedEnd = add->end;
+            req.typedEnd = duration.empty() ? add->end : formatTime(end);
         } else {
             req.window = normaliseRecurringWindow(add->window);
             req.typedWindow = add->window;

@@ -53,7 +53,7 @@ struct Demo {
 int runDemo(GlobalOptions &global)
 {
     std::string dir = resolveStateDir(global.stateDir);
-    Session session(dir, Access::Change);
+    Session session(dir, Access::Change, ClusterSource::BuiltInOrFile);
     if (h_numEnts_(&session.table()->entries) > 0)
         usageError(fmt::format("'{}' already holds reservations; run the demo in a fresh directory "
                                "(rsvctl demo --state-dir NEW-DIR)",

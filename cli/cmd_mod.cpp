@@ -11,7 +11,7 @@ namespace rsvctl {
 namespace {
 
 struct ModOptions {
-    std::string id, begin, end, addHosts, rmHosts, slots, disable, description;
+    std::string id, begin, end, addHosts, rmHosts, slots, disable, enable, description;
     int rmSlots = 0;
     bool hasDescription = false;
 };
@@ -30,7 +30,10 @@ void addModCommand(CLI::App &app, GlobalOptions &global, CommandList &commands)
     cmd->add_option("--rm-hosts", mod->rmHosts, "Hosts to take out, comma-separated");
     cmd->add_option("--rm-slots", mod->rmSlots, "Number of slots to give back");
     cmd->add_option("--disable", mod->disable,
-                    "Days a recurring reservation is off: D, M:D or Y:M:D, or a range such as 12:24-12:26");
+                    "Days a recurring reservation is off: YYYY-MM-DD, M:D, D or Y:M:D, ranges such as "
+                    "2026-12-24..2027-01-02 or 12:30-1:2, comma-separated");
+    cmd->add_option("--enable", mod->enable,
+                    "Disabled days to switch on again (same forms); the slots must be free on them");
     auto *desc = cmd->add_option("--description", mod->description, "New description ('' removes it)");
     cmd->footer(R"(Give one change per command (--begin and --end may go together).
 Examples:
@@ -40,12 +43,15 @@ Examples:
   rsvctl mod alice#0 --rm-hosts hpc02
   rsvctl mod alice#0 --rm-slots 2
   rsvctl mod bob#0 --disable 12:24-12:26   (off over the holidays)
+  rsvctl mod bob#0 --disable 2026-12-30..2027-01-02,2027-01-06
+  rsvctl mod bob#0 --enable 2026-12-31      (on again that day)
   rsvctl mod bob#0 --description 'nightly batch')");
     commands.push_back({cmd, [mod, desc, &global]() {
         int changes = (!mod->begin.empty() || !mod->end.empty()) + !mod->addHosts.empty() + !mod->rmHosts.empty() +
-                      (mod->rmSlots != 0) + !mod->disable.empty() + (desc->count() > 0);
+                      (mod->rmSlots != 0) + !mod->disable.empty() + !mod->enable.empty() + (desc->count() > 0);
         if (changes == 0)
-            usageError("name a change: --begin/--end, --add-hosts, --rm-hosts, --rm-slots, --disable or --description");
+            usageError("name a change: --begin/--end, --add-hosts, --rm-hosts, --rm-slots, --disable, --enable or "
+                       "--description");
         if (changes > 1)
             usageError("give one change per command (--begin and --end may go together)");
         if (!mod->slots.empty() && mod->addHosts.empty())
@@ -72,6 +78,9 @@ Examples:
         } else if (!mod->disable.empty()) {
             std::string days = disableDays(session, id, mod->disable);
             said = fmt::format("{}: off on {}", id, days);
+        } else if (!mod->enable.empty()) {
+            std::string days = enableDays(session, id, mod->enable);
+            said = fmt::format("{}: on again on {}", id, days);
         } else {
             setDescription(session, id, mod->description);
             said = mod->description.empty() ? fmt::format("{}: description removed", id)

@@ -31,6 +31,7 @@ void addPlannerCommand(CLI::App &app, GlobalOptions &global, CommandList &comman
 void addClusterCommands(CLI::App &app, GlobalOptions &global, CommandList &commands);  // check, hosts
 void addFindCommand(CLI::App &app, GlobalOptions &global, CommandList &commands);      // find
 void addDemoCommand(CLI::App &app, GlobalOptions &global, CommandList &commands);      // demo
+void addInitCommand(CLI::App &app, GlobalOptions &global, CommandList &commands);      // init
 
 // Whether to colour output on standard output.
 bool useColour(const GlobalOptions &global);

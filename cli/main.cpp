@@ -3,7 +3,9 @@
 // operation through the module, and lets the module rewrite its files.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -60,6 +62,62 @@ void parseSlotRange(const std::string &text, int &minSlots, int &maxSlots)
 
 namespace {
 
+// Edits (insert, delete, replace, swap two neighbours) from `a` to `b`.
+size_t editDistance(const std::string &a, const std::string &b)
+{
+    std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); ++i)
+        d[i][0] = i;
+    for (size_t j = 0; j <= b.size(); ++j)
+        d[0][j] = j;
+    for (size_t i = 1; i <= a.size(); ++i)
+        for (size_t j = 1; j <= b.size(); ++j) {
+            d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        }
+    return d[a.size()][b.size()];
+}
+
+// The first word that is not an option must name a command: otherwise say
+// which command was probably meant (usage, status 1).
+void checkCommandName(CLI::App &app, int argc, char **argv)
+{
+    std::string word;
+    for (int i = 1; i < argc && word.empty(); ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--")
+            return;
+        if (arg.empty() || arg[0] != '-') {
+            word = arg;
+            break;
+        }
+        // A global option that takes a value, given as a separate word.
+        if (arg.find('=') == std::string::npos)
+            for (const CLI::Option *opt : app.get_options())
+                if (opt->check_name(arg) && opt->get_items_expected_min() > 0) {
+                    ++i;
+                    break;
+                }
+    }
+    if (word.empty())
+        return;
+    std::string best;
+    size_t bestDistance = 0;
+    for (const CLI::App *sub : app.get_subcommands([](CLI::App *) { return true; })) {
+        if (sub->get_name() == word)
+            return;
+        const size_t distance = editDistance(word, sub->get_name());
+        if (best.empty() || distance < bestDistance) {
+            best = sub->get_name();
+            bestDistance = distance;
+        }
+    }
+    if (!best.empty() && bestDistance <= std::max<size_t>(2, word.size() / 3))
+        usageError(fmt::format("unknown command '{}': did you mean '{}'?", word, best));
+    usageError(fmt::format("unknown command '{}': see rsvctl --help for the commands", word));
+}
+
 int run(int argc, char **argv)
 {
     CLI::App app{"rsvctl: advance reservations of job slots on a cluster's hosts"};
@@ -73,9 +131,16 @@ int run(int argc, char **argv)
     app.add_flag("-v,--verbose", global.verbose, "Show the module's log lines on standard error");
     app.add_option("--color", global.color, "Colour the planner: auto (on a terminal), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}));
-    app.footer(R"(Exit status: 0 ok, 1 usage, 2 refused, 3 file or configuration problem
-(a change that could not be saved: then nothing changed).
-Start with:  rsvctl demo --state-dir /tmp/rsv-demo)");
+    app.footer(R"(Exit status:
+  0  done
+  1  usage: unknown command or option, malformed time, window, date or count
+  2  refused by the module (the reason follows; where slots are short, which
+     hosts and when)
+  3  file, lock or configuration problem (hosts.conf missing or wrong, a
+     state file that cannot be read, a change that could not be saved: then
+     nothing changed)
+Start with:  rsvctl demo --state-dir /tmp/rsv-demo
+Or for a real cluster:  rsvctl --state-dir DIR init --host NAME:SLOTS ...)");
 
     CommandList commands;
     addChangeCommands(app, global, commands);
@@ -85,7 +150,9 @@ Start with:  rsvctl demo --state-dir /tmp/rsv-demo)");
     addClusterCommands(app, global, commands);
     addFindCommand(app, global, commands);
     addDemoCommand(app, global, commands);
+    addInitCommand(app, global, commands);
 
+    checkCommandName(app, argc, argv);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "cli_error.h"
+#include "daylist.h"
 #include "shortfall.h"
 #include "timeparse.h"
 
@@ -114,6 +115,27 @@ bool isRecurring(const RsvEnt *ent)
     refuse(err, ctx, detail);
 }
 
+// The module keeps the ends of a one-off window as 32-bit seconds and
+// compares them with the clock as such: a later end would read as a time
+// long past. Refused here with the true reason.
+void checkModuleTimeRange(const std::string &window, const ErrorContext &ctx)
+{
+    constexpr long long kLastModuleTime = 2147483647LL;  // 2038-01-19 03:14:07 UTC
+    const size_t dash = window.find('-');
+    if (dash == std::string::npos)
+        return;
+    const long long begin = std::atoll(window.substr(0, dash).c_str());
+    const long long end = std::atoll(window.substr(dash + 1).c_str());
+    if (begin <= kLastModuleTime && end <= kLastModuleTime)
+        return;
+    const std::string side = begin > kLastModuleTime ? (ctx.begin.empty() ? "the begin" : "the begin '" + ctx.begin + "'")
+                                                     : (ctx.end.empty() ? "the end" : "the end '" + ctx.end + "'");
+    throw CliError(kExitRefused,
+                   fmt::format("{} lies after {}, the last time the reservation module can hold (it keeps window "
+                               "times as 32-bit seconds)",
+                               side, formatTime(static_cast<time_t>(kLastModuleTime))));
+}
+
 } // namespace
 
 void checkOwnerName(const std::string &owner)
@@ -177,6 +199,8 @@ std::string addReservation(Session &session, const AddRequest &request)
     // official one, so bookings made through an alias are seen by everyone.
     std::vector<std::string> hosts = resolveHosts(session.cluster(), request.hosts);
 
+    if (!request.recurring)
+        checkModuleTimeRange(request.window, ctx);
     if (int err = isValidTimeWindow(request.window.c_str(), request.recurring ? 1 : 0); err != 0)
         refuse(err, ctx);
     if (!request.recurring) {
@@ -266,13 +290,15 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
             return "null";
         if (auto shift = parseShiftMinutes(text, what))
             return fmt::format("{:+d}", *shift);
-        return std::to_string(static_cast<long long>(parsePoint(text, what)));
+        return std::to_string(static_cast<long long>(std::string(what) == "--begin" ? parseBegin(text, what)
+                                                                                     : parsePoint(text, what)));
     };
     std::string modText = side(begin, "--begin") + "&" + side(end, "--end");
 
     // What the window will be, for the reason shown if it does not fit.
     CText newWindow(RsvMod_buildTimeWindow(ent->timeWindow, modText.c_str()));
     std::string target = newWindow ? newWindow.get() : "";
+    checkModuleTimeRange(target, ctx);
     std::vector<std::string> held;
     for (int i = 0; i < ent->numHosts; ++i)
         if (ent->allocVector[i].hostName)
@@ -421,26 +447,80 @@ int removeSlots(Session &session, const std::string &id, int count)
     return removeWith(session, id, {}, count, RSV_RM_NUMPROCS, ctx);
 }
 
-std::string disableDays(Session &session, const std::string &id, const std::string &dates)
+namespace {
+
+// Disable or enable the days of `dates` (see parseDayList) in one module
+// call; returns the days in words, joined by ", ".
+std::string changeDays(Session &session, const std::string &id, const std::string &dates, bool enable)
 {
     session.requireWritableState();
-    findEntry(session, id);
+    RsvEnt *ent = findEntry(session, id);
     ErrorContext ctx;
     ctx.rsvId = id;
     ctx.dates = dates;
-    char *first = nullptr, *last = nullptr, *range = nullptr;
-    qob_errno = 0;
-    int kind = qob_getdisableddates(dates.c_str(), &first, &last, &range);
-    CText firstOwner(first), lastOwner(last), rangeOwner(range);
-    if (kind < 0)
-        refuse(qob_errno ? qob_errno : RSV_ERR_BAD_DATE, ctx);
-    std::string words = kind == 1 ? std::string(first) : fmt::format("{} - {}", first, last);
+    const std::vector<std::string> texts = parseDayList(dates, enable ? "--enable" : "--disable", nowTime());
+    std::string words;
+    for (const auto &text : texts) {
+        char *first = nullptr, *last = nullptr, *range = nullptr;
+        qob_errno = 0;
+        int kind = qob_getdisableddates(text.c_str(), &first, &last, &range);
+        CText firstOwner(first), lastOwner(last), rangeOwner(range);
+        if (kind < 0) {
+            ctx.dates = text;
+            refuse(qob_errno ? qob_errno : RSV_ERR_BAD_DATE, ctx);
+        }
+        words += (words.empty() ? "" : ", ") + (kind == 1 ? std::string(first) : fmt::format("{} - {}", first, last));
+    }
+    std::vector<const char *> args;
+    for (const auto &text : texts)
+        args.push_back(text.c_str());
     session.beginChange();
     qob_errno = 0;
-    if (RsvTimeTbl_disableDays(session.table(), id.c_str(), dates.c_str()) != 0)
-        changeFailed(session, qob_errno ? qob_errno : RSV_ERR_BAD_DATE, ctx);
+    int failed = -1;
+    const int rc = enable ? RsvTimeTbl_enableDayList(session.table(), id.c_str(), args.data(),
+                                                     static_cast<int>(args.size()), &failed)
+                          : RsvTimeTbl_disableDayList(session.table(), id.c_str(), args.data(),
+                                                      static_cast<int>(args.size()), &failed);
+    if (rc != 0) {
+        const int err = qob_errno ? qob_errno : RSV_ERR_BAD_DATE;
+        if (err == RSV_ERR_NOT_SAVED)
+            session.notSaved();
+        // Name the item of the list at fault (the list has one item per text).
+        if (failed >= 0 && texts.size() > 1) {
+            size_t start = 0;
+            for (int i = 0; i < failed && start != std::string::npos; ++i)
+                start = dates.find(',', start) + 1;
+            ctx.dates = dates.substr(start, dates.find(',', start) - start);
+        }
+        std::string detail;
+        if (err == RSV_ERR_NOT_ENOUGH_SLOTS && ent->timeWindow) {
+            std::vector<HostNeed> needs;
+            for (int i = 0; i < ent->numHosts; ++i)
+                if (ent->allocVector[i].hostName)
+                    needs.push_back({ent->allocVector[i].hostName, ent->allocVector[i].numSlots});
+            ctx.hosts.clear();
+            for (const auto &n : needs)
+                ctx.hosts += (ctx.hosts.empty() ? "" : ",") + n.host;
+            detail = formatShortfall(explainShortfall(session.table(), session.cluster(), needs, ent->timeWindow,
+                                                      true, (ent->options & RSV_OPT_SYSTEM) != 0, id),
+                                     (ent->options & RSV_OPT_SYSTEM) != 0);
+        }
+        refuse(err, ctx, detail);
+    }
     session.changeSaved();
     return words;
+}
+
+} // namespace
+
+std::string disableDays(Session &session, const std::string &id, const std::string &dates)
+{
+    return changeDays(session, id, dates, false);
+}
+
+std::string enableDays(Session &session, const std::string &id, const std::string &dates)
+{
+    return changeDays(session, id, dates, true);
 }
 
 void setDescription(Session &session, const std::string &id, const std::string &description)

@@ -47,9 +47,14 @@ int removeHosts(Session &session, const std::string &id, const std::vector<std::
 // Give back `count` slots; returns the slots given back.
 int removeSlots(Session &session, const std::string &id, int count);
 
-// Disable days of a recurring reservation; returns the days in words
-// ("Thu Dec 24 2026 - Sat Dec 26 2026").
+// Disable days of a recurring reservation: a list of days and ranges (see
+// parseDayList), all or none; returns the days in words ("Thu Dec 24 2026 -
+// Sat Dec 26 2026", several joined by ", ").
 std::string disableDays(Session &session, const std::string &id, const std::string &dates);
+
+// Enable disabled days again, booking the reservation's slots on them (the
+// hosts must have them free); same forms and result.
+std::string enableDays(Session &session, const std::string &id, const std::string &dates);
 
 // Replace (or, with "", remove) the description.
 void setDescription(Session &session, const std::string &id, const std::string &description);

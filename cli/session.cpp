@@ -116,7 +116,22 @@ void writeFileWhole(const std::string &path, const std::string &text)
     close(dirFd);
 }
 
-Session::Session(const std::string &stateDir, Access access)
+namespace {
+
+// The status-3 line for a directory without hosts.conf, saying how to make
+// one.
+std::string missingClusterMessage(const std::string &stateDir, bool dirExists)
+{
+    return fmt::format("{}: create one with 'rsvctl --state-dir {} init --host NAME:SLOTS ...', or run 'rsvctl "
+                       "--state-dir {} demo' for the built-in demo cluster",
+                       dirExists ? fmt::format("no cluster file '{}/hosts.conf'", stateDir)
+                                 : fmt::format("no state directory '{}'", stateDir),
+                       stateDir, stateDir);
+}
+
+} // namespace
+
+Session::Session(const std::string &stateDir, Access access, ClusterSource source)
     : access_(access), dir_(stateDir), stateFile_(stateDir + "/rsv.state"), clusterFile_(stateDir + "/hosts.conf"),
       lockFile_(stateDir + "/rsv.lock")
 {
@@ -129,6 +144,10 @@ Session::Session(const std::string &stateDir, Access access)
         fileError(fmt::format("cannot use state directory '{}': {}", dir_, std::strerror(errno)));
     if (exists && !S_ISDIR(st.st_mode))
         fileError(fmt::format("state directory '{}' is not a directory", dir_));
+    // Only demo and init make a cluster file: an operator's directory that
+    // lost its hosts.conf must not quietly become the demo cluster.
+    if (source == ClusterSource::File && (!exists || ::access(clusterFile_.c_str(), F_OK) != 0))
+        fileError(missingClusterMessage(dir_, exists));
 
     if (access_ == Access::Change) {
         if (!exists) {
@@ -166,6 +185,8 @@ Session::Session(const std::string &stateDir, Access access)
             if (!readWholeFile(clusterFile_, text))
                 fileError(fmt::format("cannot read cluster file '{}': {}", clusterFile_, std::strerror(errno)));
             cluster_ = Cluster::parse(text, clusterFile_);
+        } else if (source == ClusterSource::File) {
+            fileError(missingClusterMessage(dir_, true));
         } else {
             builtInCluster_ = true;
             cluster_ = Cluster::parse(demoClusterText(), "(built-in demo cluster)");

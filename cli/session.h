@@ -31,13 +31,21 @@ enum class Access {
     Change  // exclusive lock; creates the directory when needed
 };
 
+// Where the cluster comes from.
+enum class ClusterSource {
+    File,             // hosts.conf, which must exist (made by init or demo)
+    BuiltInOrFile     // hosts.conf, else the built-in demo cluster (demo only)
+};
+
 class Session {
 public:
-    // Lock the directory (see Access), read hosts.conf (the built-in demo
-    // cluster when there is none), install the daemon services, load
-    // rsv.state and switch the table to durable saving. Throws CliError
-    // (status 3) for a file or configuration problem.
-    Session(const std::string &stateDir, Access access);
+    // Lock the directory (see Access), read hosts.conf (with BuiltInOrFile,
+    // the built-in demo cluster when there is none), install the daemon
+    // services, load rsv.state and switch the table to durable saving.
+    // Throws CliError (status 3) for a file or configuration problem, and
+    // with ClusterSource::File when the directory or its hosts.conf is
+    // missing (then nothing is created).
+    Session(const std::string &stateDir, Access access, ClusterSource source = ClusterSource::File);
     // Releases the table and the lock. Unless a change was saved, what this
     // session created (the directory, the cluster file, state files that
     // were not there) is removed again, so a failed command leaves the

@@ -16,13 +16,27 @@ void installPinnedClock();
 // The current time, through the module's clock.
 time_t nowTime();
 
-// A point in time: "YYYY-MM-DD HH:MM", "YYYY-MM-DDTHH:MM", "YYYY-MM-DD"
-// (midnight), "+90m" / "+2h" / "+1d" from now, or epoch seconds. `what`
-// names the option in the error. Throws CliError (usage).
+// A point in time, in the operator's zone ($TZ):
+//   "YYYY-MM-DD HH:MM[:SS]", "YYYY-MM-DDTHH:MM[:SS]", "YYYY-MM-DD" (midnight),
+//   either with an offset "Z", "+HH:MM", "-HHMM" or "+HH" (then no zone
+//   applies); "now"; "+90m", "+2h", "+1d", "+1d2h30m" or "+90" (minutes)
+//   from now, days counted on the calendar; "today HH:MM", "tomorrow HH:MM";
+//   "@1764576000" or bare digits, epoch seconds. Up to the year 9999. A wall
+//   time the clocks skip is refused naming the last minute before the jump
+//   and the first after it; one they show twice is refused unless an offset
+//   says which. `what` names the option in the error. Throws CliError
+//   (usage).
 time_t parsePoint(const std::string &text, const std::string &what);
+// The same against a given "now".
+time_t parsePointAt(const std::string &text, const std::string &what, time_t now);
 
-// A shift "+N" or "-N" with an optional unit m, h or d (minutes by default),
-// in minutes; nullopt when the text does not start with a sign.
+// The begin of a booking: parsePoint, except that "now" is the next whole
+// minute (a booking must start in the future).
+time_t parseBegin(const std::string &text, const std::string &what);
+
+// A shift "+N" or "-N" minutes, or with units d, h, m as for a duration
+// ("-1d", "+1d2h30m"), in minutes; nullopt when the text does not start
+// with a sign.
 std::optional<long> parseShiftMinutes(const std::string &text, const std::string &what);
 
 // A length of time: numbers each followed by a unit d, h or m, units in

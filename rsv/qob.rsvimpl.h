@@ -131,7 +131,8 @@ enum {
     RSV_ERR_END_BEFORE_START = 385, /* the end lies before the start */
     /* Added by this module beyond the daemon's numbers (durable mode). */
     RSV_ERR_NOT_SAVED = 600,    /* a file could not be written; errno says why */
-    RSV_ERR_INCONSISTENT = 601  /* RsvTimeTbl_verify found a broken invariant */
+    RSV_ERR_INCONSISTENT = 601, /* RsvTimeTbl_verify found a broken invariant */
+    RSV_ERR_NOT_DISABLED = 602  /* none of the days to enable is disabled */
 };
 
 /* Host record bits tested when hosts are removed by flag. */
@@ -804,6 +805,32 @@ int RsvTimeTbl_removeHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *hosts, i
  * disabled), RSV_ERR_NO_MEMORY or RSV_ERR_NOT_SAVED. */
 int RsvTimeTbl_disableDays(RsvTimeTbl *tbl, const char *rsvId, const char *dateText);
 
+/* RsvTimeTbl_disableDays for the `count` date texts of `dateTexts` at once,
+ * in order, as one change with one save: all are disabled or none. A text
+ * whose days the ones before it already disabled is refused like an
+ * existing duration. 0, or -1 with qob_errno as RsvTimeTbl_disableDays
+ * (RSV_ERR_BAD_ARGUMENT also for a NULL array or count < 1); *failedIndex
+ * (may be NULL) gets the index of the text refused, else -1. A failure
+ * leaves entry, planners and files as they were. */
+int RsvTimeTbl_disableDayList(RsvTimeTbl *tbl, const char *rsvId, const char *const *dateTexts, int count,
+                              int *failedIndex);
+
+/* Enable again the days of the `count` date texts of `dateTexts` (the forms
+ * of qob_getdisableddates, none before today) for the recurring reservation
+ * `rsvId`: they leave its disabled durations (a duration is cut in two when
+ * they lie inside it) and its slots are booked on them again, which needs
+ * every host of the reservation to have its slots free there, as for a new
+ * booking. One change with one save: all are enabled or none. 0, or -1 with
+ * qob_errno RSV_ERR_BAD_ARGUMENT (NULL argument, count < 1, one-off
+ * reservation), RSV_ERR_NO_SUCH_RSV, RSV_ERR_NO_TEXT, RSV_ERR_BAD_DATE,
+ * RSV_ERR_DATE_IN_PAST, RSV_ERR_NOT_DISABLED (none of a text's days is
+ * disabled), RSV_ERR_NOT_ENOUGH_SLOTS, RSV_ERR_NO_MEMORY or
+ * RSV_ERR_NOT_SAVED; *failedIndex (may be NULL) gets the index of the text
+ * refused, else -1. A failure leaves entry, planners and files as they
+ * were. */
+int RsvTimeTbl_enableDayList(RsvTimeTbl *tbl, const char *rsvId, const char *const *dateTexts, int count,
+                             int *failedIndex);
+
 /* Replace the description of `rsvId` (NULL or "" removes it); no other field
  * or option bit changes. 0, or -1 with qob_errno RSV_ERR_BAD_ARGUMENT,
  * RSV_ERR_NO_SUCH_RSV, RSV_ERR_NO_MEMORY or RSV_ERR_NOT_SAVED. */
@@ -1160,6 +1187,7 @@ int jobListRsvId_equal(void *element, void *key, int ignored);
  * In durable mode the changing calls RsvTimeTbl_addEntry,
  * RsvTimeTbl_removeEntry, RsvTimeTbl_removeEntries, RsvTimeTbl_modifyTimeWindow,
  * RsvTimeTbl_addHosts, RsvTimeTbl_removeHosts, RsvTimeTbl_disableDays,
+ * RsvTimeTbl_disableDayList, RsvTimeTbl_enableDayList,
  * RsvTimeTbl_setDescription, RsvTimeTbl_activate and RsvTimeTbl_deactivate
  * (and setRsvActive/setRsvInactive through them) are all or nothing: the
  * change is made in memory and saved, or, when the save fails, memory (entry,

@@ -81,6 +81,22 @@ inline time_t now() { return kx_now(); }
 // Whether any of `bits` is on in the global log-class mask.
 inline bool logOn(int bits) { return (logclass & bits) != 0; }
 
+// Take the days of `rec` out of the recurring entry's disabled durations,
+// cutting a duration in two where they lie inside it; an emptied list is
+// destroyed (field NULL). 1 when a day was disabled; 0 when none was (list
+// unchanged); -1 with qob_errno RSV_ERR_NO_MEMORY (list unchanged).
+int removeDisabledDays(RsvEnt *ent, const RsvDisableDuration &rec) noexcept;
+
+// Enable the days of `rec` for the recurring entry again and book its slots
+// on them: its bookings leave every host's planners, the days leave its
+// disabled durations, and each host must then have the entry's slots free
+// over its window (its remaining disabled days skipped) for them to be
+// booked back. 0; or -1 with qob_errno RSV_ERR_NOT_DISABLED (none of the
+// days was disabled: nothing changed), RSV_ERR_NO_MEMORY (nothing changed)
+// or RSV_ERR_NOT_ENOUGH_SLOTS, which leaves the new list and the bookings
+// out of the planners for the caller's rsv::Change to put back.
+int enableDisabledDays(RsvTimeTbl *tbl, RsvEnt *ent, const RsvDisableDuration &rec) noexcept;
+
 } // namespace rsv
 
 #endif

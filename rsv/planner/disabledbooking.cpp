@@ -3,6 +3,23 @@
 // days.
 #include "rsv_internal.h"
 
+namespace {
+
+// Apply `op` with each host's slots over the entry's window to its planners.
+void mapEntry(RsvTimeTbl *tbl, RsvEnt *ent, ResPlannerOp op)
+{
+    const int recurring = ent->options & RSV_OPT_RECURRING;
+    for (int i = 0; i < ent->numHosts && ent->allocVector != nullptr; ++i) {
+        const AllocElem &elem = ent->allocVector[i];
+        List *planners = RsvTimeTbl_getPlannerList(tbl, elem.hostName);
+        if (planners == nullptr)
+            continue;
+        ResPlannerList_map(planners, tbl, elem.hostName, ent->timeWindow, recurring, op, elem.numSlots, 0, ent);
+    }
+}
+
+} // namespace
+
 extern "C" {
 
 // As addDurationToDisabledList, with the entry's bookings taken out of every
@@ -17,22 +34,44 @@ int RsvTimeTbl_addDurationToDisabledList(RsvTimeTbl *tbl, RsvEnt *ent, RsvDisabl
         return -1;
     }
 
-    const int recurring = ent->options & RSV_OPT_RECURRING;
-    auto mapAll = [&](ResPlannerOp op) {
-        for (int i = 0; i < ent->numHosts && ent->allocVector != nullptr; ++i) {
-            const AllocElem &elem = ent->allocVector[i];
-            List *planners = RsvTimeTbl_getPlannerList(tbl, elem.hostName);
-            if (planners == nullptr)
-                continue;
-            ResPlannerList_map(planners, tbl, elem.hostName, ent->timeWindow, recurring, op, elem.numSlots, 0, ent);
-        }
-    };
-    mapAll(ResPlannerEnt_decr);
+    mapEntry(tbl, ent, ResPlannerEnt_decr);
     const int result = addDurationToDisabledList(ent, rec);
     const int savedErrno = qob_errno;
-    mapAll(ResPlannerEnt_incr);
+    mapEntry(tbl, ent, ResPlannerEnt_incr);
     qob_errno = savedErrno;
     return result;
 }
 
 } // extern "C"
+
+namespace rsv {
+
+int enableDisabledDays(RsvTimeTbl *tbl, RsvEnt *ent, const RsvDisableDuration &rec) noexcept
+{
+    if (tbl == nullptr || ent == nullptr || !(ent->options & RSV_OPT_RECURRING)) {
+        qob_errno = RSV_ERR_BAD_ARGUMENT;
+        return -1;
+    }
+    mapEntry(tbl, ent, ResPlannerEnt_decr);
+    const int removed = removeDisabledDays(ent, rec);
+    if (removed <= 0) {
+        mapEntry(tbl, ent, ResPlannerEnt_incr);
+        qob_errno = removed == 0 ? RSV_ERR_NOT_DISABLED : RSV_ERR_NO_MEMORY;
+        return -1;
+    }
+    // The enabled days book the entry's cells again: each host must have
+    // its slots free there, as a new booking would.
+    for (int i = 0; i < ent->numHosts && ent->allocVector != nullptr; ++i) {
+        const AllocElem &elem = ent->allocVector[i];
+        if (elem.hostName == nullptr || elem.numSlots <= 0)
+            continue;
+        if (Rsv_getMaxAvailonHost(tbl, elem.hostName, ent->timeWindow, 1, ent) < elem.numSlots) {
+            qob_errno = RSV_ERR_NOT_ENOUGH_SLOTS;
+            return -1;
+        }
+    }
+    mapEntry(tbl, ent, ResPlannerEnt_incr);
+    return 0;
+}
+
+} // namespace rsv

@@ -38,6 +38,45 @@ int changeError(const rsv::Change &change, int error)
     return qob_errno;
 }
 
+// Disables (or, with `enable`, enables) the days of every date text for the
+// recurring reservation `rsvId`, in one change: every text is checked and
+// applied in turn, and the first that fails undoes them all.
+int changeDayList(RsvTimeTbl *tbl, const char *rsvId, const char *const *dateTexts, int count, int *failedIndex,
+                  bool enable)
+{
+    if (failedIndex)
+        *failedIndex = -1;
+    if (!tbl || !rsvId || !dateTexts || count < 1)
+        return failWith(RSV_ERR_BAD_ARGUMENT);
+    RsvEnt *ent = RsvTimeTbl_getEntry(tbl, rsvId);
+    if (!ent)
+        return failWith(RSV_ERR_NO_SUCH_RSV);
+    if (!(ent->options & RSV_OPT_RECURRING))
+        return failWith(RSV_ERR_BAD_ARGUMENT);
+    rsv::Change change(tbl);
+    if (!beginChange(change, ent))
+        return -1;
+    for (int i = 0; i < count; ++i) {
+        rsv::CPtr<RsvDisableDuration> rec(createRsvDisableDuration(dateTexts[i], 1));
+        int status = rec ? 0 : -1;
+        if (rec && enable) {
+            status = rsv::enableDisabledDays(tbl, ent, *rec);
+        } else if (rec) {
+            status = RsvTimeTbl_addDurationToDisabledList(tbl, ent, rec.get());
+            // The list took the duration, or freed one it already covers.
+            if (status == 0 || qob_errno == RSV_ERR_DURATION_EXISTS)
+                (void)rec.release();
+        }
+        if (status != 0) {
+            if (failedIndex)
+                *failedIndex = i;
+            changeError(change, qob_errno);
+            return -1;
+        }
+    }
+    return change.finish() == RSV_OK ? 0 : -1;
+}
+
 } // namespace
 
 extern "C" {
@@ -147,30 +186,19 @@ int RsvTimeTbl_removeHosts(RsvTimeTbl *tbl, RsvModReq *modReq, HashTab *hosts, i
 // disabled).
 int RsvTimeTbl_disableDays(RsvTimeTbl *tbl, const char *rsvId, const char *dateText)
 {
-    if (!tbl || !rsvId)
-        return failWith(RSV_ERR_BAD_ARGUMENT);
-    RsvEnt *ent = RsvTimeTbl_getEntry(tbl, rsvId);
-    if (!ent)
-        return failWith(RSV_ERR_NO_SUCH_RSV);
-    if (!(ent->options & RSV_OPT_RECURRING))
-        return failWith(RSV_ERR_BAD_ARGUMENT);
-    rsv::Change change(tbl);
-    if (!beginChange(change, ent))
-        return -1;
-    RsvDisableDuration *rec = createRsvDisableDuration(dateText, 1);
-    if (!rec) {
-        changeError(change, qob_errno);
-        return -1;
-    }
-    if (RsvTimeTbl_addDurationToDisabledList(tbl, ent, rec) != 0) {
-        // A duration already covered is released by the list; any other
-        // refusal leaves it with us.
-        if (qob_errno != RSV_ERR_DURATION_EXISTS)
-            free(rec);
-        changeError(change, qob_errno);
-        return -1;
-    }
-    return change.finish() == RSV_OK ? 0 : -1;
+    return changeDayList(tbl, rsvId, &dateText, 1, nullptr, false);
+}
+
+int RsvTimeTbl_disableDayList(RsvTimeTbl *tbl, const char *rsvId, const char *const *dateTexts, int count,
+                              int *failedIndex)
+{
+    return changeDayList(tbl, rsvId, dateTexts, count, failedIndex, false);
+}
+
+int RsvTimeTbl_enableDayList(RsvTimeTbl *tbl, const char *rsvId, const char *const *dateTexts, int count,
+                             int *failedIndex)
+{
+    return changeDayList(tbl, rsvId, dateTexts, count, failedIndex, true);
 }
 
 // Replaces the description of the reservation `rsvId` (NULL or "" removes

@@ -520,3 +520,65 @@ int qob_getdisableddates(const char *dateText, char **first, char **last, char *
 }
 
 } // extern "C"
+
+namespace rsv {
+
+int removeDisabledDays(RsvEnt *ent, const RsvDisableDuration &rec) noexcept
+{
+    if (ent == nullptr || !hasDurations(ent->disabledDurations))
+        return 0;
+    List *list = ent->disabledDurations;
+    const tmDay &first = rec.firstDay;
+    const tmDay &last = rec.lastDay;
+    auto overlaps = [&](const RsvDisableDuration *cur) {
+        return !tmDay_earlierThan(&cur->lastDay, &first, 0) && !tmDay_earlierThan(&last, &cur->firstDay, 0);
+    };
+    // A duration reaching past both ends is cut in two: make the second
+    // half before anything changes.
+    RsvDisableDuration *cut = nullptr;
+    bool any = false;
+    for (ListEntry *e = list->forw; e != listEnd(list); e = e->forw) {
+        RsvDisableDuration *cur = asDuration(e);
+        any = any || overlaps(cur);
+        if (tmDay_earlierThan(&cur->firstDay, &first, 0) && tmDay_earlierThan(&last, &cur->lastDay, 0))
+            cut = cur;
+    }
+    if (!any)
+        return 0;
+    CPtr<RsvDisableDuration> secondHalf;
+    if (cut) {
+        secondHalf.reset(static_cast<RsvDisableDuration *>(allocRecord(1, sizeof(RsvDisableDuration), __func__)));
+        if (!secondHalf)
+            return fail(RSV_ERR_NO_MEMORY);
+    }
+    const tmDay dayBefore = normalisedDay(first.year, first.mon, first.mday - 1);
+    const tmDay dayAfter = normalisedDay(last.year, last.mon, last.mday + 1);
+    for (ListEntry *e = list->forw; e != listEnd(list);) {
+        RsvDisableDuration *cur = asDuration(e);
+        e = e->forw;
+        if (!overlaps(cur))
+            continue;
+        const bool keepsHead = tmDay_earlierThan(&cur->firstDay, &first, 0);
+        const bool keepsTail = tmDay_earlierThan(&last, &cur->lastDay, 0);
+        if (keepsHead && keepsTail) {
+            secondHalf->firstDay = dayAfter;
+            secondHalf->lastDay = cur->lastDay;
+            cur->lastDay = dayBefore;
+            listInsertEntryBefore(list, e, &secondHalf.release()->links);
+        } else if (keepsHead) {
+            cur->lastDay = dayBefore;
+        } else if (keepsTail) {
+            cur->firstDay = dayAfter;
+        } else {
+            listRemoveEntry(list, &cur->links);
+            std::free(cur);
+        }
+    }
+    if (!hasDurations(list)) {
+        listDestroy(list, nullptr);
+        ent->disabledDurations = nullptr;
+    }
+    return 1;
+}
+
+} // namespace rsv

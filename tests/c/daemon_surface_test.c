@@ -1196,6 +1196,24 @@ static void testTable(const Paths *p)
     CHECK_INT(qob_errno, RSV_ERR_DURATION_EXISTS);
     CHECK_INT(RsvTimeTbl_disableDays(tbl, "bob#0", "1:2"), -1);
     CHECK_INT(qob_errno, RSV_ERR_DATE_IN_PAST);
+    {
+        /* On again on 9 January, off on 12 and 13, in two calls of lists. */
+        const char *on[] = {"1:9"};
+        const char *off[] = {"1:12", "1:13"};
+        const char *notOff[] = {"1:10"};
+        int failed = 7;
+        CHECK_INT(RsvTimeTbl_enableDayList(tbl, "bob#0", on, 1, &failed), 0);
+        CHECK_INT(failed, -1);
+        CHECK(bob->disabledDurations != NULL && bob->disabledDurations->numEnts == 1);
+        CHECK_INT(RsvTimeTbl_enableDayList(tbl, "bob#0", notOff, 1, &failed), -1);
+        CHECK_INT(qob_errno, RSV_ERR_NOT_DISABLED);
+        CHECK_INT(failed, 0);
+        CHECK_INT(RsvTimeTbl_disableDayList(tbl, "bob#0", off, 2, &failed), 0);
+        CHECK(bob->disabledDurations != NULL && bob->disabledDurations->numEnts == 2);
+        CHECK_INT(RsvTimeTbl_enableDayList(tbl, "bob#0", off, 2, NULL), 0);
+        CHECK_INT(RsvTimeTbl_disableDays(tbl, "bob#0", "1:9"), 0);
+        CHECK(bob->disabledDurations != NULL && bob->disabledDurations->numEnts == 1);
+    }
     CHECK_INT(Rsv_getMaxAvailonHost(tbl, "hostB", window(NOW + 2 * HOUR, NOW + 3 * HOUR, w2, sizeof w2), 0, NULL), 3);
     CHECK_INT(Rsv_getMaxAvailonHost(tbl, "hostB", window(NOW + 23 * HOUR, NOW + DAY, w2, sizeof w2), 0, NULL), 4);
     CHECK_INT(Rsv_getMaxAvailonHost(tbl, "hostB", "8:0-9:0", 1, NULL), 3);

@@ -83,7 +83,7 @@ bool endsWith(const std::string &text, const std::string &tail)
 // A state directory with three reservations made by rsvctl itself:
 //   x#0  one-off Thu 09-17, 4 slots on alpha
 //   y#0  one-off Fri 09-17, 8 on alpha and 2 on beta
-//   r#0  every day 22:00-06:00, 1 slot on beta
+//   r#0  every day 22:00-06:00, 1 slot on beta, off on 31 December
 Files makeTemplate(const std::string &dir)
 {
     mkdir(dir.c_str(), 0755);
@@ -92,6 +92,7 @@ Files makeTemplate(const std::string &dir)
         {"add", "-u", "x", "-n", "4", "-m", "alpha", "-b", at(kThu0900), "-e", at(kThu1700)},
         {"add", "-u", "y", "-n", "10", "-m", "alpha,beta", "-b", at(kThu0900 + kDay), "-e", at(kThu1700 + kDay)},
         {"add", "-u", "r", "-n", "1", "-m", "beta", "-t", "22:00-6:00", "-d", "nightly"},
+        {"mod", "r#0", "--disable", "2026-12-31"},
     };
     for (auto args : adds) {
         args.insert(args.begin(), {"--state-dir", dir});
@@ -116,6 +117,8 @@ const std::vector<Scenario> &scenarios()
         {"ModRemoveHosts", {"mod", "y#0", "--rm-hosts", "beta"}},
         {"ModRemoveSlots", {"mod", "x#0", "--rm-slots", "1"}},
         {"ModDisableDays", {"mod", "r#0", "--disable", "12:24"}},
+        {"ModDisableDayList", {"mod", "r#0", "--disable", "2026-12-24..2026-12-26,12:29-1:2"}},
+        {"ModEnableDays", {"mod", "r#0", "--enable", "2026-12-31"}},
         {"ModDescription", {"mod", "x#0", "--description", "new words"}},
     };
     return all;
@@ -238,19 +241,18 @@ TEST_P(FaultedChange, FailsWholeOrSucceedsWhole)
 INSTANTIATE_TEST_SUITE_P(EveryChange, FaultedChange, ::testing::ValuesIn(scenarios()),
                          [](const ::testing::TestParamInfo<Scenario> &info) { return info.param.name; });
 
-// A first command in a directory that does not exist yet writes the
-// built-in cluster file, the id file and the state file: a fault anywhere
-// leaves no directory at all.
-TEST(FaultedFirstUse, AFailedFirstChangeLeavesNothing)
+// init in a directory that does not exist yet makes it and writes the
+// cluster file: a fault anywhere leaves no directory at all.
+TEST(FaultedFirstUse, AFailedInitLeavesNothing)
 {
     rsvtest::TempDir tmp;
     const std::string dir = tmp.file("fresh");
     const std::string log = tmp.file("fault.log");
-    const std::vector<std::string> args = {"--state-dir", dir, "add", "-u", "a", "-m", "node1", "-b", "+1h", "-e", "+2h"};
+    const std::vector<std::string> args = {"--state-dir", dir, "init", "--host", "node1:4"};
     RunResult clean = runRsvctl(args, kNow);
     ASSERT_EQ(clean.status, 0) << clean.err;
     const Files after = snapshot(dir);
-    ASSERT_EQ(after.size(), 4u);
+    ASSERT_EQ(after.size(), 2u);  // hosts.conf, rsv.lock
     int hitsOnClusterFile = 0;
     for (const char *op : {"open", "write", "fsync", "close", "rename"}) {
         int nth = 1;
@@ -498,23 +500,24 @@ TEST_F(ReadOnlyDirectory, ReadsGoOnWithoutALockFileTheyCannotMake)
     EXPECT_FALSE(rsvtest::fileExists(dir + "/rsv.lock"));
 }
 
-TEST_F(ReadOnlyDirectory, TheBuiltInClusterIsNotWrittenByAReader)
+TEST_F(ReadOnlyDirectory, AReaderNeedsTheClusterFileAndWritesNone)
 {
     makeWritable(true);
     ASSERT_EQ(unlink((dir + "/hosts.conf").c_str()), 0);
     makeWritable(false);
     RunResult hosts = run({"hosts"});
-    EXPECT_EQ(hosts.status, 0) << hosts.err;
-    EXPECT_EQ(lines(hosts.out).size(), 18u);  // the demo cluster's 16 hosts
-    EXPECT_EQ(run({"list"}).status, 0);
+    EXPECT_EQ(hosts.status, 3);
+    EXPECT_EQ(hosts.err.rfind("rsvctl: no cluster file '" + dir + "/hosts.conf': create one with", 0), 0u)
+        << hosts.err;
+    EXPECT_EQ(run({"list"}).status, 3);
     EXPECT_FALSE(rsvtest::fileExists(dir + "/hosts.conf"));
 }
 
 TEST_F(ReadOnlyDirectory, AMissingDirectoryIsNotMade)
 {
     RunResult r = runRsvctl({"--state-dir", dir + "/inner", "list"}, kNow, "UTC", as);
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "no reservations\n");
+    EXPECT_EQ(r.status, 3);
+    EXPECT_EQ(r.err.rfind("rsvctl: no state directory '" + dir + "/inner': create one with", 0), 0u) << r.err;
     struct stat st {};
     EXPECT_NE(stat((dir + "/inner").c_str(), &st), 0);
 }

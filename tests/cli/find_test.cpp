@@ -270,30 +270,24 @@ TEST_F(Find, AddEarliestRefusedChangesNoFile)
     // The same message as find's.
     EXPECT_EQ(find({"-u", "alice", "-n", "9", "-m", "alpha", "-D", "1h"}).err, r.err);
 
-    // A fresh directory is not even made.
+    // A fresh directory is not even made: it has no cluster file.
     const std::string fresh = tmp.file("fresh");
     RunResult none = runRsvctl({"--state-dir", fresh, "add", "-u", "a", "-n", "99", "-m", "hpc01", "--earliest",
                                 "-D", "1h"},
                                kNow);
-    EXPECT_EQ(none.status, 2);
-    EXPECT_EQ(none.err,
-              "rsvctl: no 1h window with 99 slots on 'hpc01' starts before Wed 2027-01-13 10:00; closest: Wed "
-              "2026-11-18 10:10 with 16 of 99 slots, every slot the hosts have\n");
+    EXPECT_EQ(none.status, 3);
+    EXPECT_EQ(none.err.rfind("rsvctl: no state directory '" + fresh + "'", 0), 0u) << none.err;
     struct stat st {};
     EXPECT_NE(stat(fresh.c_str(), &st), 0);
 }
 
-TEST_F(Find, FindReadsAMissingDirectoryAsEmptyAndMakesNothing)
+TEST_F(Find, FindInAMissingDirectoryNeedsItsClusterFileAndMakesNothing)
 {
     const std::string missing = tmp.file("missing");
     RunResult r = runRsvctl({"--state-dir", missing, "find", "-u", "a", "-n", "4", "-m", "node1", "-D", "90m"}, kNow);
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out,
-              "Start        Wed 2026-11-18 10:10\n"
-              "End          Wed 2026-11-18 11:40 (1h 30m)\n"
-              "Hosts        4 slots on 1 host\n"
-              "             HOST   SLOTS  CAPACITY  CPUS\n"
-              "             hpc01      4        16    16\n");
+    EXPECT_EQ(r.status, 3);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err.rfind("rsvctl: no state directory '" + missing + "'", 0), 0u) << r.err;
     struct stat st {};
     EXPECT_NE(stat(missing.c_str(), &st), 0);
 }
@@ -447,10 +441,17 @@ TEST_F(Find, AWindowAcrossTheClockGoingForward)
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(lines(r.out)[0], "Start        Sat 2027-03-13 23:00");
     EXPECT_EQ(lines(r.out)[1], "End          Sun 2027-03-14 06:00 (6h)");
-    // A start after the change, typed in local time.
-    RunResult later = find({"-u", "a", "-n", "8", "-m", "alpha", "-D", "1h", "--after", "2027-03-14 02:30"}, ny,
+    // A start typed in the hour the clocks skip is refused naming both
+    // neighbours; one after the change is read in local time.
+    RunResult skipped = find({"-u", "a", "-n", "8", "-m", "alpha", "-D", "1h", "--after", "2027-03-14 02:30"}, ny,
+                             kNyFri20270312);
+    EXPECT_EQ(skipped.status, 1);
+    EXPECT_EQ(skipped.err, "rsvctl: --after '2027-03-14 02:30' does not exist in America/New_York: the clocks jump "
+                           "from 01:59 to 03:00; use '2027-03-14 01:59' or '2027-03-14 03:00'\n");
+    RunResult later = find({"-u", "a", "-n", "8", "-m", "alpha", "-D", "1h", "--after", "2027-03-14 03:30"}, ny,
                            kNyFri20270312);
     EXPECT_EQ(later.status, 0) << later.err;
+    ASSERT_FALSE(later.out.empty());
     EXPECT_EQ(lines(later.out)[0], "Start        Sun 2027-03-14 03:30");
 }
 
@@ -481,7 +482,8 @@ TEST_F(Find, UsageErrorsExitOneAndChangeNoFile)
         {{"find", "-u", "a", "-m", "alpha", "-D", "1h", "--after", "+2d", "--before", "+1d"},
          "rsvctl: --before '+1d' must come after Fri 2026-11-20 10:00 (--after)\n"},
         {{"find", "-u", "a", "-m", "alpha", "-D", "1h", "--after", "soon"},
-         "rsvctl: bad --after 'soon': use 'YYYY-MM-DD HH:MM', 'YYYY-MM-DDTHH:MM', +90m, +2h, +1d or epoch seconds\n"},
+         "rsvctl: bad --after 'soon': use 'YYYY-MM-DD HH:MM[:SS]', YYYY-MM-DDTHH:MM[:SS][Z|+HH:MM], now, +90m, "
+         "+1d2h30m, 'tomorrow 08:00' or @EPOCH-SECONDS\n"},
         {{"find", "-u", "a#1", "-m", "alpha", "-D", "1h"}, "rsvctl: bad owner 'a#1': use letters, digits, '_', '-' and '.'\n"},
         {{"find", "-u", "a", "-n", "4:2", "-m", "alpha", "-D", "1h"}, "rsvctl: bad slot count '4:2': MAX is below MIN\n"},
         {{"add", "-u", "a", "-m", "alpha", "--earliest", "-D", "1h", "-b", "+1h", "-e", "+2h"},
@@ -491,9 +493,9 @@ TEST_F(Find, UsageErrorsExitOneAndChangeNoFile)
         {{"add", "-u", "a", "-m", "alpha", "--earliest"},
          "rsvctl: give the length of the window: -D DURATION, such as 6h, 90m or 1d2h\n"},
         {{"add", "-u", "a", "-m", "alpha", "-D", "1h", "-b", "+1h", "-e", "+2h"},
-         "rsvctl: -D, --after, --before, --daily and --weekly go with --earliest\n"},
+         "rsvctl: give the end (-e) or the length (-D), not both\n"},
         {{"add", "-u", "a", "-m", "alpha", "--daily", "-t", "8-9"},
-         "rsvctl: -D, --after, --before, --daily and --weekly go with --earliest\n"},
+         "rsvctl: --after, --before, --daily and --weekly go with --earliest\n"},
         {{"add", "-u", "a", "-m", "alpha", "--earliest", "-D", "1h", "-d", "say \"hi\""},
          "rsvctl: the description may not hold control characters or double quotes\n"},
     };

@@ -229,45 +229,48 @@ TEST_F(Rsvctl, EveryRefusalIsOneLineAndChangesNoFile)
         {{"add", "-u", "z", "-m", "alpha", "-t", "8:0-8:0"}, 2,
          "rsvctl: the end of the time window '8:0-8:0' is not acceptable: it must come after the start, in the "
          "future\n"},
-        {{"add", "-u", "z", "-m", "alpha", "-t", "1:8:0-9:0"}, 2,
+        {{"add", "-u", "z", "-m", "alpha", "-t", "1:8:0-9:0"}, 1,
          "rsvctl: time window '1:8:0-9:0': both ends must name a weekday, or neither\n"},
-        {{"add", "-u", "z", "-m", "alpha", "-t", "25:0-3:0"}, 2,
+        {{"add", "-u", "z", "-m", "alpha", "-t", "25:0-3:0"}, 1,
          "rsvctl: malformed time window '25:0-3:0': use H[:M]-H[:M] (daily) or D:H:M-D:H:M (weekly)\n"},
         {{"add", "-u", "z", "-m", "alpha", "-b", "1000", "-e", e}, 2, "rsvctl: the begin '1000' is not in the future\n"},
-        {{"add", "-u", "z", "-m", "alpha", "-b", e, "-e", b}, 2,
+        {{"add", "-u", "z", "-m", "alpha", "-b", e, "-e", b}, 1,
          "rsvctl: the end must come after the start ('" + e + "' to '" + b + "')\n"},
-        {{"add", "-u", "z", "-m", "alpha", "-b", b}, 1, "rsvctl: a one-off reservation needs both -b BEGIN and -e END\n"},
+        {{"add", "-u", "z", "-m", "alpha", "-b", b}, 1,
+         "rsvctl: a one-off reservation needs -b BEGIN and either -e END or -D DURATION\n"},
         {{"add", "-u", "z", "-m", "alpha", "-b", b, "-e", e, "-t", "8-9"}, 1,
-         "rsvctl: give either -b/-e (one-off) or -t (recurring), not both\n"},
-        {{"add", "-u", "z", "-m", "alpha"}, 1, "rsvctl: give a window: -b BEGIN -e END, or -t WINDOW\n"},
+         "rsvctl: give either -b with -e or -D (one-off) or -t (recurring), not both\n"},
+        {{"add", "-u", "z", "-m", "alpha"}, 1, "rsvctl: give a window: -b BEGIN with -e END or -D DURATION, or -t WINDOW\n"},
         {{"add", "-u", "z", "-m", "alpha", "-n", "4:2", "-b", b, "-e", e}, 1,
          "rsvctl: bad slot count '4:2': MAX is below MIN\n"},
         {{"add", "-u", "z", "-m", "alpha", "-n", "x", "-b", b, "-e", e}, 1,
          "rsvctl: bad slot count 'x': use MIN or MIN:MAX, such as 4 or 4:8\n"},
         {{"add", "-u", "z#1", "-m", "alpha", "-b", b, "-e", e}, 1,
          "rsvctl: bad owner 'z#1': use letters, digits, '_', '-' and '.'\n"},
-        {{"add", "-u", "z", "-m", "alpha", "-b", "tomorrow", "-e", e}, 1,
-         "rsvctl: bad -b 'tomorrow': use 'YYYY-MM-DD HH:MM', 'YYYY-MM-DDTHH:MM', +90m, +2h, +1d or epoch seconds\n"},
+        {{"add", "-u", "z", "-m", "alpha", "-b", "soon", "-e", e}, 1,
+         "rsvctl: bad -b 'soon': use 'YYYY-MM-DD HH:MM[:SS]', YYYY-MM-DDTHH:MM[:SS][Z|+HH:MM], now, +90m, +1d2h30m, "
+         "'tomorrow 08:00' or @EPOCH-SECONDS\n"},
         {{"add", "-u", "z", "-m", "alpha", "-b", "2026-02-30 10:00", "-e", e}, 1,
-         "rsvctl: bad -b '2026-02-30 10:00': use 'YYYY-MM-DD HH:MM', 'YYYY-MM-DDTHH:MM', +90m, +2h, +1d or epoch "
-         "seconds\n"},
+         "rsvctl: -b '2026-02-30 10:00' is not a date and time of the calendar\n"},
         {{"add", "-u", "z", "-m", "alpha", "-b", b, "-e", e, "-d", "say \"hi\""}, 1,
          "rsvctl: the description may not hold control characters or double quotes\n"},
         {{"del", "x#0", "nobody#4"}, 2, "rsvctl: no reservation 'nobody#4'\n"},
         {{"show", "nobody#4"}, 2, "rsvctl: no reservation 'nobody#4'\n"},
         {{"mod", "nobody#4", "--end", "+5"}, 2, "rsvctl: no reservation 'nobody#4'\n"},
         {{"mod", "x#0"}, 1,
-         "rsvctl: name a change: --begin/--end, --add-hosts, --rm-hosts, --rm-slots, --disable or --description\n"},
+         "rsvctl: name a change: --begin/--end, --add-hosts, --rm-hosts, --rm-slots, --disable, --enable or "
+         "--description\n"},
         {{"mod", "x#0", "--end", "+5", "--rm-slots", "1"}, 1,
          "rsvctl: give one change per command (--begin and --end may go together)\n"},
         {{"mod", "x#0", "--end", "+5x"}, 1,
-         "rsvctl: bad --end shift '+5x': use +N or -N minutes, or +Nh / +Nd\n"},
+         "rsvctl: bad --end shift '+5x': use +N or -N minutes, or units such as +2h, -1d or +1d2h30m\n"},
         {{"mod", "x#0", "--end", "1000"}, 2,
          "rsvctl: the end '1000' is not acceptable: it must be in the future\n"},
-        {{"mod", "x#0", "--begin", "+600"}, 2,
+        {{"mod", "x#0", "--begin", "+600"}, 1,
          "rsvctl: the end must come after the start ('+600' to (unchanged))\n"},
         {{"mod", "x#0", "--disable", "12:24"}, 2,
-         "rsvctl: reservation 'x#0' is not recurring: only a daily or weekly reservation has days to disable\n"},
+         "rsvctl: reservation 'x#0' is not recurring: only a daily or weekly reservation has days to disable or "
+         "enable\n"},
         {{"mod", "x#0", "--rm-hosts", "beta"}, 2, "rsvctl: host 'beta' is not in reservation 'x#0'\n"},
         {{"mod", "x#0", "--rm-hosts", "alpha"}, 2,
          "rsvctl: the change would leave reservation 'x#0' with no hosts or no slots\n"},
@@ -278,7 +281,8 @@ TEST_F(Rsvctl, EveryRefusalIsOneLineAndChangesNoFile)
         {{"mod", "x#0", "-n", "2", "--end", "+5"}, 1, "rsvctl: -n goes with --add-hosts\n"},
         {{"planner", "nohost"}, 2, "rsvctl: unknown host 'nohost': not in the cluster file\n"},
         {{"planner", "alpha", "--week", "soon"}, 1,
-         "rsvctl: bad --week 'soon': use 'YYYY-MM-DD HH:MM', 'YYYY-MM-DDTHH:MM', +90m, +2h, +1d or epoch seconds\n"},
+         "rsvctl: bad --week 'soon': use 'YYYY-MM-DD HH:MM[:SS]', YYYY-MM-DDTHH:MM[:SS][Z|+HH:MM], now, +90m, +1d2h30m, "
+         "'tomorrow 08:00' or @EPOCH-SECONDS\n"},
         {{"list", "-m", "nohost"}, 2, "rsvctl: unknown host 'nohost': not in the cluster file\n"},
     };
     auto before = snapshot(state);
@@ -298,9 +302,12 @@ TEST_F(Rsvctl, RecurringRefusalsFromTheModule)
     ASSERT_EQ(rsv({"add", "-u", "r", "-m", "alpha", "-t", "8:00-17:00"}).status, 0);
     auto before = snapshot(state);
     const std::vector<Refusal> cases = {
-        {{"mod", "r#0", "--disable", "2026:2:30"}, 2,
-         "rsvctl: malformed or impossible date '2026:2:30': use D, M:D or Y:M:D, or a range of one form\n"},
+        {{"mod", "r#0", "--disable", "2026:2:30"}, 1,
+         "rsvctl: bad --disable day '2026:2:30': use YYYY-MM-DD, M:D, D or Y:M:D, a range such as "
+         "2026-12-24..2027-01-02 or 12:30-1:2, or a list of them separated by commas\n"},
         {{"mod", "r#0", "--disable", "2026:11:1"}, 2, "rsvctl: the date '2026:11:1' is in the past\n"},
+        {{"mod", "r#0", "--enable", "2026-12-24"}, 2,
+         "rsvctl: none of the days '2026-12-24' is disabled in reservation 'r#0'\n"},
         {{"mod", "r#0", "--begin", "+5"}, 2,
          "rsvctl: reservation 'r#0' is recurring: --begin and --end move one-off reservations; delete it and add "
          "it again with the new window\n"},
@@ -340,17 +347,14 @@ TEST_F(Rsvctl, UsageErrorsExitOne)
 
 TEST_F(Rsvctl, EveryCommandHasHelpWithExamples)
 {
-    for (const char *cmd : {"add", "del", "list", "show", "mod", "planner", "check", "hosts", "demo"}) {
+    for (const char *cmd : {"add", "del", "list", "show", "mod", "planner", "check", "hosts", "demo", "init"}) {
         RunResult r = runRsvctl({cmd, "--help"}, kNow);
         EXPECT_EQ(r.status, 0) << cmd;
         EXPECT_NE(r.out.find("Example"), std::string::npos) << cmd << "\n" << r.out;
     }
     RunResult top = runRsvctl({"--help"}, kNow);
     EXPECT_EQ(top.status, 0);
-    EXPECT_NE(top.out.find("Exit status: 0 ok, 1 usage, 2 refused, 3 file or configuration problem\n"
-                           "(a change that could not be saved: then nothing changed)."),
-              std::string::npos)
-        << top.out;
+    EXPECT_NE(top.out.find("Exit status:\n  0  done\n  1  usage"), std::string::npos) << top.out;
 }
 
 // ---------------------------------------------------------------- del
@@ -684,25 +688,27 @@ TEST_F(Rsvctl, UnreadableStateLinesBlockChangesButNotListing)
     EXPECT_EQ(snapshot(state), before);
 }
 
-TEST(RsvctlStateDir, FirstUseWritesTheDemoClusterOnlyOnSuccess)
+TEST(RsvctlStateDir, TheDefaultDirectoryNeedsItsClusterFileFromInit)
 {
     rsvtest::TempDir tmp;
     RunOptions opts;
     opts.cwd = tmp.path();
-    // Refused: nothing is left behind, not even the directory.
-    RunResult refused = runRsvctl({"add", "-u", "a", "-m", "nohost", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts);
-    EXPECT_EQ(refused.status, 2);
+    // No directory yet: a configuration problem, and nothing is left behind.
+    RunResult refused = runRsvctl({"add", "-u", "a", "-m", "node1", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts);
+    EXPECT_EQ(refused.status, 3);
+    EXPECT_EQ(refused.err, "rsvctl: no state directory 'rsv-state': create one with 'rsvctl --state-dir rsv-state "
+                           "init --host NAME:SLOTS ...', or run 'rsvctl --state-dir rsv-state demo' for the built-in "
+                           "demo cluster\n");
     EXPECT_FALSE(rsvtest::fileExists(tmp.file("rsv-state")));
-    // The default directory is ./rsv-state, with the built-in cluster.
-    RunResult added = runRsvctl({"add", "-u", "a", "-m", "node1", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts);
+    // The default directory is ./rsv-state.
+    RunResult init = runRsvctl({"init", "--host", "hpc01:16"}, kNow, "UTC", opts);
+    EXPECT_EQ(init.status, 0) << init.err;
+    RunResult added = runRsvctl({"add", "-u", "a", "-m", "hpc01", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts);
     EXPECT_EQ(added.status, 0) << added.err;
-    std::string conf = rsvtest::readFile(tmp.file("rsv-state/hosts.conf"));
-    EXPECT_NE(conf.find("hpc01   16  16  node1"), std::string::npos);
-    EXPECT_NE(conf.find("max-per-owner 20"), std::string::npos);
     EXPECT_TRUE(rsvtest::fileExists(tmp.file("rsv-state/rsv.state")));
     EXPECT_TRUE(rsvtest::fileExists(tmp.file("rsv-state/rsv.ids")));
     RunResult hosts = runRsvctl({"hosts"}, kNow, "UTC", opts);
-    EXPECT_EQ(lines(hosts.out).size(), 18u);  // header, 16 hosts, max-per-owner
+    EXPECT_EQ(lines(hosts.out).size(), 2u) << hosts.out;  // header, hpc01
 }
 
 TEST(RsvctlStateDir, EnvironmentNamesTheDirectoryAndTheOptionWins)
@@ -711,9 +717,12 @@ TEST(RsvctlStateDir, EnvironmentNamesTheDirectoryAndTheOptionWins)
     RunOptions opts;
     opts.cwd = tmp.path();
     opts.env["RSV_STATE_DIR"] = tmp.file("fromenv");
+    EXPECT_EQ(runRsvctl({"init", "--host", "hpc01:4"}, kNow, "UTC", opts).status, 0);
     EXPECT_EQ(runRsvctl({"add", "-u", "a", "-m", "hpc01", "-b", "+1h", "-e", "+2h"}, kNow, "UTC", opts).status, 0);
     EXPECT_TRUE(rsvtest::fileExists(tmp.file("fromenv/rsv.state")));
-    EXPECT_EQ(runRsvctl({"--state-dir", tmp.file("opt"), "list"}, kNow, "UTC", opts).out, "no reservations\n");
+    RunResult other = runRsvctl({"--state-dir", tmp.file("opt"), "list"}, kNow, "UTC", opts);
+    EXPECT_EQ(other.status, 3);
+    EXPECT_EQ(other.err.rfind("rsvctl: no state directory '" + tmp.file("opt") + "'", 0), 0u) << other.err;
     EXPECT_FALSE(rsvtest::fileExists(tmp.file("rsv-state")));
 }
 

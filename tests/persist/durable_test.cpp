@@ -271,6 +271,11 @@ TEST_F(DurableTest, FailedSaveOfEachChangeLeavesEntryAndPlanners)
     EXPECT_EQ(qob_errno, RSV_ERR_NOT_SAVED);
     EXPECT_EQ(RsvTimeTbl_disableDays(tbl, "dora#0", "2026:12:3"), -1);
     EXPECT_EQ(qob_errno, RSV_ERR_NOT_SAVED);
+    const char *days[] = {"2026:12:3", "2026:12:5"};
+    int failed = 7;
+    EXPECT_EQ(RsvTimeTbl_disableDayList(tbl, "dora#0", days, 2, &failed), -1);
+    EXPECT_EQ(qob_errno, RSV_ERR_NOT_SAVED);
+    EXPECT_EQ(failed, -1);
     EXPECT_EQ(RsvTimeTbl_setDescription(tbl, "alice#0", "moved"), -1);
     EXPECT_EQ(qob_errno, RSV_ERR_NOT_SAVED);
     RsvEnt *alice = RsvTimeTbl_getEntry(tbl, "alice#0");
@@ -291,6 +296,17 @@ TEST_F(DurableTest, FailedSaveOfEachChangeLeavesEntryAndPlanners)
     unblockTemporary(stateFile());
     EXPECT_EQ(RsvTimeTbl_modifyTimeWindow(tbl, &move.mod), RSV_OK);
     EXPECT_EQ(RsvTimeTbl_disableDays(tbl, "dora#0", "2026:12:3"), 0);
+    // Enabling the day again cannot be saved either: the day stays off.
+    blockTemporary(stateFile());
+    const std::string offState = readFile(stateFile());
+    EXPECT_EQ(RsvTimeTbl_enableDayList(tbl, "dora#0", days, 1, &failed), -1);
+    EXPECT_EQ(qob_errno, RSV_ERR_NOT_SAVED);
+    EXPECT_NE(RsvTimeTbl_getEntry(tbl, "dora#0")->disabledDurations, nullptr);
+    EXPECT_EQ(readFile(stateFile()), offState);
+    EXPECT_TRUE(rsvtest::plannersMatchRebooking(tbl));
+    unblockTemporary(stateFile());
+    EXPECT_EQ(RsvTimeTbl_enableDayList(tbl, "dora#0", days, 1, &failed), 0);
+    EXPECT_EQ(RsvTimeTbl_getEntry(tbl, "dora#0")->disabledDurations, nullptr);
     EXPECT_EQ(RsvTimeTbl_activate(tbl, alice), RSV_OK);
     EXPECT_EQ(alice->activeTime, clock.now());
     EXPECT_EQ(RsvTimeTbl_deactivate(tbl, alice), RSV_OK);

@@ -526,6 +526,112 @@ TEST_P(ChangesTest, DisablingFailuresChangeNothing)
     EXPECT_EQ(qob_errno, RSV_ERR_BAD_ARGUMENT);
 }
 
+TEST_P(ChangesTest, DisablingAListIsOneChange)
+{
+    book("bob#0", {{"hostA", 2}}, RSV_OPT_RECURRING, "8:0-17:0");
+    const char *good[] = {"11:20", "11:22-11:23"};
+    int failed = 7;
+    ASSERT_EQ(RsvTimeTbl_disableDayList(tbl.get(), "bob#0", good, 2, &failed), 0) << qob_errno;
+    EXPECT_EQ(failed, -1);
+    EXPECT_EQ(RsvTimeTbl_getEntry(tbl.get(), "bob#0")->disabledDurations->numEnts, 2);
+    const Snapshot before = snapshot("bob#0");
+    // The second text is off already: the first is not disabled either.
+    const char *bad[] = {"11:27", "11:22"};
+    EXPECT_EQ(RsvTimeTbl_disableDayList(tbl.get(), "bob#0", bad, 2, &failed), -1);
+    EXPECT_EQ(qob_errno, RSV_ERR_DURATION_EXISTS);
+    EXPECT_EQ(failed, 1);
+    EXPECT_EQ(snapshot("bob#0"), before);
+    EXPECT_EQ(RsvTimeTbl_disableDayList(tbl.get(), "bob#0", bad, 0, &failed), -1);
+    EXPECT_EQ(qob_errno, RSV_ERR_BAD_ARGUMENT);
+}
+
+// ------------------------------------------------------------ enabling days
+
+TEST_P(ChangesTest, EnablingADayBooksItAgain)
+{
+    const time_t monday = localTime(2023, 11, 20, 10, 0);
+    book("alice#0", {{"hostA", 1}}, 0, oneOff(monday, monday + 3600));
+    RsvEnt *ent = book("bob#0", {{"hostA", 2}}, RSV_OPT_RECURRING, "8:0-17:0");
+    const char *off[] = {"11:20", "11:22-11:24"};
+    ASSERT_EQ(RsvTimeTbl_disableDayList(tbl.get(), "bob#0", off, 2, nullptr), 0) << qob_errno;
+    EXPECT_EQ(bookedAt("hostA", monday), 1);
+    const char *on[] = {"11:20"};
+    int failed = 7;
+    ASSERT_EQ(RsvTimeTbl_enableDayList(tbl.get(), "bob#0", on, 1, &failed), 0) << qob_errno;
+    EXPECT_EQ(failed, -1);
+    EXPECT_EQ(bookedAt("hostA", monday), 3);
+    ASSERT_NE(ent->disabledDurations, nullptr);
+    EXPECT_EQ(ent->disabledDurations->numEnts, 1);
+    // A day inside a duration cuts it in two.
+    const char *middle[] = {"11:23"};
+    ASSERT_EQ(RsvTimeTbl_enableDayList(tbl.get(), "bob#0", middle, 1, nullptr), 0) << qob_errno;
+    ASSERT_EQ(ent->disabledDurations->numEnts, 2);
+    const auto *first = reinterpret_cast<const RsvDisableDuration *>(ent->disabledDurations->forw);
+    const auto *second = reinterpret_cast<const RsvDisableDuration *>(first->links.forw);
+    EXPECT_EQ(first->firstDay.mday, 22);
+    EXPECT_EQ(first->lastDay.mday, 22);
+    EXPECT_EQ(second->firstDay.mday, 24);
+    EXPECT_EQ(second->lastDay.mday, 24);
+    EXPECT_TRUE(plannersMatchRebooking(tbl.get()));
+    EXPECT_TRUE(restartReadsTheSame());
+    // A range over every day left enables them all: no durations remain.
+    const char *all[] = {"11:21-11:25"};
+    ASSERT_EQ(RsvTimeTbl_enableDayList(tbl.get(), "bob#0", all, 1, nullptr), 0) << qob_errno;
+    EXPECT_EQ(ent->disabledDurations, nullptr);
+    EXPECT_TRUE(plannersMatchRebooking(tbl.get()));
+    EXPECT_TRUE(restartReadsTheSame());
+}
+
+TEST_P(ChangesTest, EnablingNeedsTheSlotsFree)
+{
+    const time_t monday = localTime(2023, 11, 20, 10, 0);
+    book("bob#0", {{"hostA", 2}}, RSV_OPT_RECURRING, "8:0-17:0");
+    ASSERT_EQ(RsvTimeTbl_disableDays(tbl.get(), "bob#0", "11:20"), 0) << qob_errno;
+    // While bob#0 is off, a one-off takes 7 of hostA's 8 slots on that day.
+    book("carol#0", {{"hostA", 7}}, 0, oneOff(monday, monday + 3600));
+    EXPECT_EQ(bookedAt("hostA", monday), 7);
+    const Snapshot before = snapshot("bob#0");
+    const char *on[] = {"11:20"};
+    int failed = 7;
+    EXPECT_EQ(RsvTimeTbl_enableDayList(tbl.get(), "bob#0", on, 1, &failed), -1);
+    EXPECT_EQ(qob_errno, RSV_ERR_NOT_ENOUGH_SLOTS);
+    EXPECT_EQ(failed, 0);
+    EXPECT_EQ(snapshot("bob#0"), before);
+    EXPECT_TRUE(plannersMatchRebooking(tbl.get()));
+}
+
+TEST_P(ChangesTest, EnablingFailuresChangeNothing)
+{
+    book("alice#0", {{"hostA", 1}});
+    book("bob#0", {{"hostA", 2}}, RSV_OPT_RECURRING, "8:0-17:0");
+    ASSERT_EQ(RsvTimeTbl_disableDays(tbl.get(), "bob#0", "11:20"), 0);
+    const Snapshot before = snapshot("bob#0");
+    struct Case {
+        const char *id;
+        std::vector<const char *> texts;
+        int error;
+        int failedIndex;
+    };
+    for (const Case &c : {Case{"nobody#0", {"11:20"}, RSV_ERR_NO_SUCH_RSV, -1},
+                          Case{"alice#0", {"11:20"}, RSV_ERR_BAD_ARGUMENT, -1},
+                          Case{"bob#0", {"11:21"}, RSV_ERR_NOT_DISABLED, 0},
+                          Case{"bob#0", {"2023:2:30"}, RSV_ERR_BAD_DATE, 0},
+                          Case{"bob#0", {"11:13"}, RSV_ERR_DATE_IN_PAST, 0},
+                          Case{"bob#0", {"11:20", "11:21"}, RSV_ERR_NOT_DISABLED, 1},
+                          Case{"bob#0", {"11:20", nullptr}, RSV_ERR_NO_TEXT, 1}}) {
+        int failed = 7;
+        EXPECT_EQ(RsvTimeTbl_enableDayList(tbl.get(), c.id, c.texts.data(), static_cast<int>(c.texts.size()), &failed),
+                  -1);
+        EXPECT_EQ(qob_errno, c.error) << c.id << " " << c.texts.size();
+        EXPECT_EQ(failed, c.failedIndex) << c.id << " " << c.texts.size();
+        EXPECT_EQ(snapshot("bob#0"), before);
+    }
+    EXPECT_EQ(RsvTimeTbl_enableDayList(tbl.get(), "bob#0", nullptr, 1, nullptr), -1);
+    EXPECT_EQ(qob_errno, RSV_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(RsvTimeTbl_enableDayList(nullptr, "bob#0", nullptr, 1, nullptr), -1);
+    EXPECT_EQ(qob_errno, RSV_ERR_BAD_ARGUMENT);
+}
+
 // ------------------------------------------------------------ description
 
 TEST_P(ChangesTest, SettingTheDescriptionChangesOnlyItAndRewritesTheFiles)

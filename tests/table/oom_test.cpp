@@ -439,6 +439,36 @@ TEST_P(OomTest, DisablingDays)
               });
 }
 
+TEST_P(OomTest, DisablingAListOfDays)
+{
+    const char *days[] = {"2:14", "2:18-2:20"};
+    faultLoop(
+        [&](int n) {
+            return byErrno(during(n, [&] { return RsvTimeTbl_disableDayList(tbl.get(), "carol#0", days, 2, nullptr); }));
+        },
+        [&] {
+            RsvEnt *ent = entry("carol#0");
+            ASSERT_NE(ent->disabledDurations, nullptr);
+            EXPECT_EQ(ent->disabledDurations->numEnts, 2);
+        });
+}
+
+TEST_P(OomTest, EnablingDaysCutsADurationInTwo)
+{
+    // bob#0 is off on 2:11; off 2:12-2:16 too, then on again on 2:14.
+    ASSERT_EQ(RsvTimeTbl_disableDays(tbl.get(), "bob#0", "2:12-2:16"), 0) << qob_errno;
+    const char *days[] = {"2:14"};
+    faultLoop(
+        [&](int n) {
+            return byErrno(during(n, [&] { return RsvTimeTbl_enableDayList(tbl.get(), "bob#0", days, 1, nullptr); }));
+        },
+        [&] {
+            RsvEnt *ent = entry("bob#0");
+            ASSERT_NE(ent->disabledDurations, nullptr);
+            EXPECT_EQ(ent->disabledDurations->numEnts, 2);
+        });
+}
+
 TEST_P(OomTest, SettingADescription)
 {
     faultLoop(

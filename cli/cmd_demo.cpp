@@ -104,7 +104,7 @@ int runDemo(GlobalOptions &global)
     alice.window = fmt::format("{}-{}", static_cast<long long>(aliceBegin), static_cast<long long>(aliceEnd));
     alice.typedBegin = typed(aliceBegin);
     alice.typedEnd = typed(aliceEnd);
-    alice.description = "model training";
+    alice.description = "training";
     demo.add(fmt::format("add -u alice -n 24 -m hpc01,hpc02 -b '{}' -e '{}' -d '{}'", alice.typedBegin,
                          alice.typedEnd, alice.description),
              alice);
@@ -118,7 +118,7 @@ int runDemo(GlobalOptions &global)
     ops.window = fmt::format("{}-{}", static_cast<long long>(opsBegin), static_cast<long long>(opsEnd));
     ops.typedBegin = typed(opsBegin);
     ops.typedEnd = typed(opsEnd);
-    ops.description = "firmware update";
+    ops.description = "maintenance";
     demo.add(fmt::format("add --system --as ops -m hpc01 -b '{}' -e '{}' -d '{}'", ops.typedBegin, ops.typedEnd,
                          ops.description),
              ops);

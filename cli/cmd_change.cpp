@@ -57,7 +57,7 @@ int addEarliest(const AddOptions &add, AddRequest req, const GlobalOptions &glob
     std::string window = answer.window;
     if (const RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), id.c_str()))
         window = ent->timeWindow ? ent->timeWindow : window;
-    fmt::print("{}\nbooked {}: {}\n", id, windowInWords(window, req.recurring), placementText(session, id));
+    fmt::print("{}\nbooked {} on {}\n", id, windowInWords(window, req.recurring), heldHosts(session, id));
     return kExitOk;
 }
 

@@ -4,6 +4,8 @@
 #include "generate.h"
 
 #include <fstream>
+#include <initializer_list>
+#include <set>
 #include <vector>
 
 #include <fmt/format.h>
@@ -40,30 +42,55 @@ bool takesValue(const CLI::Option &opt)
     return opt.get_type_size() > 0 && opt.get_expected_min() > 0;
 }
 
+// "TEXT" of the parser's "TEXT:{auto,always,never}".
 std::string valueName(const CLI::Option &opt)
 {
     if (opt.get_positional())
         return opt.get_name();
     std::string type = opt.get_type_name();
+    type = type.substr(0, type.find(':'));
     return type.empty() ? "VALUE" : type;
 }
 
-// troff: backslashes doubled, minus signs as such, and a line never starts
-// with a control character.
-std::string roff(const std::string &text)
+// The values an option is limited to ("{auto,always,never}" after the type
+// name), blank-separated; "" when any value goes.
+std::string choices(const CLI::Option &opt)
+{
+    std::string type = opt.get_type_name();
+    size_t open = type.find(":{");
+    if (open == std::string::npos || type.back() != '}')
+        return {};
+    std::string list = type.substr(open + 2, type.size() - open - 3);
+    for (char &c : list)
+        if (c == ',')
+            c = ' ';
+    return list;
+}
+
+// `text` with each character of `table` replaced by its text.
+std::string replaced(const std::string &text, std::initializer_list<std::pair<char, const char *>> table)
 {
     std::string out;
     for (char c : text) {
-        if (c == '\\')
-            out += "\\e";
-        else if (c == '-')
-            out += "\\-";
+        const char *with = nullptr;
+        for (const auto &[from, to] : table)
+            if (c == from)
+                with = to;
+        if (with)
+            out += with;
         else
             out += c;
     }
     return out;
 }
 
+// troff: backslashes and minus signs written as such.
+std::string roff(const std::string &text)
+{
+    return replaced(text, {{'\\', "\\e"}, {'-', "\\-"}});
+}
+
+// Lines of text for troff: escaped, and none starting with a control character.
 std::string roffLines(const std::string &text)
 {
     std::string out;
@@ -111,24 +138,18 @@ std::string shellQuoted(const std::string &text)
 // An option's help as a zsh description: brackets and colons would end it.
 std::string zshDescription(const std::string &text)
 {
-    std::string out;
-    for (char c : text) {
-        if (c == '[')
-            out += '(';
-        else if (c == ']')
-            out += ')';
-        else if (c == ':')
-            out += "\\:";
-        else if (c == '\n')
-            out += ' ';
-        else
-            out += c;
-    }
-    return out;
+    return replaced(text, {{'[', "("}, {']', ")"}, {':', "\\:"}, {'\n', " "}});
 }
 
-std::string zshSpecs(const CLI::App &app, const std::string &indent)
+// The _arguments specs of the options of `app`, leaving out those of
+// `skip` (the globals, given to every command already).
+std::string zshSpecs(const CLI::App &app, const std::string &indent, const CLI::App *skip = nullptr)
 {
+    std::set<std::string> skipped;
+    if (skip)
+        for (const CLI::Option *opt : options(*skip))
+            for (const auto &n : optionNames(*opt))
+                skipped.insert(n);
     std::string out;
     for (const CLI::Option *opt : options(app)) {
         if (opt->get_positional()) {
@@ -136,11 +157,18 @@ std::string zshSpecs(const CLI::App &app, const std::string &indent)
             continue;
         }
         std::string value;
-        if (takesValue(*opt))
-            value = opt->get_lnames().size() && opt->get_lnames()[0] == "state-dir" ? ":directory:_files -/"
-                                                                                      : fmt::format(":{}:", valueName(*opt));
+        if (takesValue(*opt)) {
+            if (!opt->get_lnames().empty() && opt->get_lnames()[0] == "state-dir")
+                value = ":directory:_files -/";
+            else if (std::string values = choices(*opt); !values.empty())
+                value = fmt::format(":{}:({})", valueName(*opt), values);
+            else
+                value = fmt::format(":{}:", valueName(*opt));
+        }
         for (const auto &n : optionNames(*opt))
-            out += indent + shellQuoted(fmt::format("{}[{}]{}", n, zshDescription(opt->get_description()), value)) + "\n";
+            if (!skipped.count(n))
+                out += indent + shellQuoted(fmt::format("{}[{}]{}", n, zshDescription(opt->get_description()), value)) +
+                       "\n";
     }
     return out;
 }
@@ -241,8 +269,9 @@ std::string zshCompletion(const CLI::App &app)
            "        command) _describe -t commands 'rsvctl command' commands ;;\n"
            "        argument)\n            case $line[1] in\n";
     for (const CLI::App *sub : subcommands(app)) {
-        out += fmt::format("                {})\n                    _arguments $globals \\\n", sub->get_name());
-        std::string specs = zshSpecs(*sub, "                        ");
+        std::string specs = zshSpecs(*sub, "                        ", &app);
+        out += fmt::format("                {})\n                    _arguments $globals{}\n", sub->get_name(),
+                           specs.empty() ? "" : " \\");
         // One continued command: every spec line but the last ends in " \".
         std::string joinedSpecs;
         size_t start = 0;

@@ -244,19 +244,26 @@ std::string addReservation(Session &session, const AddRequest &request)
     return id.get();
 }
 
+std::string heldHosts(Session &session, const std::string &id, int *total)
+{
+    std::string hosts;
+    int sum = 0;
+    if (const RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), id.c_str()))
+        for (int i = 0; i < ent->numHosts; ++i)
+            if (ent->allocVector[i].hostName) {
+                hosts += fmt::format("{}{}:{}", hosts.empty() ? "" : ",", ent->allocVector[i].hostName,
+                                     ent->allocVector[i].numSlots);
+                sum += ent->allocVector[i].numSlots;
+            }
+    if (total)
+        *total = sum;
+    return hosts;
+}
+
 std::string placementText(Session &session, const std::string &id)
 {
-    const RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), id.c_str());
-    if (!ent)
-        return {};
-    std::string hosts;
     int total = 0;
-    for (int i = 0; i < ent->numHosts; ++i)
-        if (ent->allocVector[i].hostName) {
-            hosts += fmt::format("{}{}:{}", hosts.empty() ? "" : ",", ent->allocVector[i].hostName,
-                                 ent->allocVector[i].numSlots);
-            total += ent->allocVector[i].numSlots;
-        }
+    std::string hosts = heldHosts(session, id, &total);
     return fmt::format("{} slot{} on {}", total, total == 1 ? "" : "s", hosts);
 }
 

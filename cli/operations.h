@@ -30,7 +30,11 @@ struct AddRequest {
 // status 2, and a shortfall report when slots are lacking.
 std::string addReservation(Session &session, const AddRequest &request);
 
-// "12 slots on hpc01:8,hpc02:4": where the reservation's slots are.
+// "hpc01:8,hpc02:4": where the reservation's slots are; *total (when not
+// NULL) gets their sum. "" for an identifier not in the table.
+std::string heldHosts(Session &session, const std::string &id, int *total = nullptr);
+
+// "12 slots on hpc01:8,hpc02:4".
 std::string placementText(Session &session, const std::string &id);
 
 // The operator making a change: `typed` (from --as) when given, else the

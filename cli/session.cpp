@@ -179,6 +179,7 @@ Session::Session(const std::string &stateDir, Access access)
     }
 
     try {
+        const auto clusterStart = std::chrono::steady_clock::now();
         std::string text;
         if (::access(clusterFile_.c_str(), F_OK) == 0) {
             if (!readWholeFile(clusterFile_, text))
@@ -189,6 +190,7 @@ Session::Session(const std::string &stateDir, Access access)
             cluster_ = Cluster::parse(demoClusterText(), "(built-in demo cluster)");
         }
         installServices(cluster_);
+        const double clusterMs = millisecondsSince(clusterStart);
         table_ = RsvTimeTbl_new(stateFile_.c_str());
         if (!table_)
             fileError(fmt::format("cannot use state file '{}'", stateFile_));
@@ -204,8 +206,8 @@ Session::Session(const std::string &stateDir, Access access)
         int restored = RsvTimeTbl_load(table_, &numRejected_);
         if (restored < 0)
             fileError(fmt::format("cannot read state file '{}': {}", stateFile_, std::strerror(errno)));
-        verboseNote("loaded {}: {} host{}", builtInCluster_ ? "the built-in demo cluster" : clusterFile_,
-                    cluster_.hosts().size(), cluster_.hosts().size() == 1 ? "" : "s");
+        verboseNote("loaded {}: {} host{}, in {:.1f} ms", builtInCluster_ ? "the built-in demo cluster" : clusterFile_,
+                    cluster_.hosts().size(), cluster_.hosts().size() == 1 ? "" : "s", clusterMs);
         verboseNote("loaded {}: {} reservation{}, {} unreadable line{}, in {:.1f} ms",
                     stateExisted_ ? stateFile_ : stateFile_ + " (none yet)", restored, restored == 1 ? "" : "s",
                     numRejected_, numRejected_ == 1 ? "" : "s", millisecondsSince(loadStart));

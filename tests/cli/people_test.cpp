@@ -200,14 +200,14 @@ TEST_F(People, VerboseSaysWhatWasLoadedAndSavedAndHowLong)
     RunResult add = rsv({"-v", "add", "-u", "alice", "-n", "2", "-m", "alpha", "-b", kThu0900, "-e", kThu1700});
     EXPECT_EQ(add.status, 0) << add.err;
     EXPECT_EQ(timesHidden(add.err), "rsvctl: locked " + state + "/rsv.lock (exclusive) in _ ms\n" +
-                                        "rsvctl: loaded " + state + "/hosts.conf: 3 hosts\n" + "rsvctl: loaded " +
+                                        "rsvctl: loaded " + state + "/hosts.conf: 3 hosts, in _ ms\n" + "rsvctl: loaded " +
                                         state + "/rsv.state (none yet): 0 reservations, 0 unreadable lines, in _ ms\n" +
                                         "rsvctl: saved " + state + "/rsv.state and " + state +
                                         "/rsv.ids: 1 reservation; the change and its save took _ ms\n");
     RunResult list = rsv({"list", "--noheader", "-o", "id", "--verbose"});
     EXPECT_EQ(list.out, "alice#0\n");
     EXPECT_EQ(timesHidden(list.err), "rsvctl: locked " + state + "/rsv.lock (shared) in _ ms\n" +
-                                         "rsvctl: loaded " + state + "/hosts.conf: 3 hosts\n" + "rsvctl: loaded " +
+                                         "rsvctl: loaded " + state + "/hosts.conf: 3 hosts, in _ ms\n" + "rsvctl: loaded " +
                                          state + "/rsv.state: 1 reservation, 0 unreadable lines, in _ ms\n");
 }
 

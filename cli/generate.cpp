@@ -189,10 +189,10 @@ std::string manPage(const CLI::App &app)
     const std::string name = app.get_name();
     std::string out;
     out += fmt::format(".TH {} 1 \"\" \"{}\" \"User Commands\"\n", "RSVCTL", name);
-    out += ".SH NAME\n" + roff(name) + " \\- " + roff(app.get_description().substr(app.get_description().find(": ") + 2)) +
-           "\n";
+    const std::string summary = app.get_description().substr(app.get_description().find(": ") + 2);
+    out += ".SH NAME\n" + roff(name) + " \\- " + roff(summary) + "\n";
     out += ".SH SYNOPSIS\n.B " + roff(name) + "\n[\\fIglobal options\\fR] \\fIcommand\\fR [\\fIoptions\\fR]\n";
-    out += ".SH DESCRIPTION\n" + roffLines(app.get_description()) +
+    out += ".SH DESCRIPTION\n.B " + roff(name) + "\nmanages " + roff(summary) + ".\n" +
            "Each run locks the state directory, loads it as the daemon starts up, performs one operation\n"
            "through the reservation module and lets the module save its files.\n"
            "Global options may also follow the command.\n";

@@ -13,11 +13,11 @@ namespace rsvctl {
 
 namespace {
 
-std::string fieldNames(const std::vector<Column> &columns)
+std::string fieldNames(const std::vector<Column> &columns, const char *separator = ",")
 {
     std::string names;
     for (const auto &c : columns)
-        names += (names.empty() ? "" : ",") + c.field;
+        names += (names.empty() ? "" : separator) + c.field;
     return names;
 }
 
@@ -27,7 +27,7 @@ void addListingOptions(CLI::App *cmd, ListingOptions &options, const std::vector
 {
     cmd->add_flag("--noheader", options.noHeader, "Rows only: no header line and no lines around the table");
     cmd->add_option("-o,--output", options.fields,
-                    fmt::format("Columns to show, comma-separated, from: {}", fieldNames(columns)));
+                    fmt::format("Columns to show, comma-separated, from: {}", fieldNames(columns, ", ")));
     cmd->add_flag("--json", options.json, "JSON output (see docs/rsvctl.md); with -o only those fields");
 }
 

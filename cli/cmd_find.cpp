@@ -38,14 +38,18 @@ Listing fitListing(const FitRequest &request, const FitAnswer &answer)
     const bool oneOff = request.form == FitForm::OneOff;
     const std::string begin = oneOff ? formatTime(answer.start) : answer.window.substr(0, answer.window.find('-'));
     const std::string end = oneOff ? formatTime(answer.end) : answer.window.substr(answer.window.find('-') + 1);
+    // JSON: epoch seconds for a one-off window, the module's text for a recurring one.
+    auto point = [&](time_t t, const std::string &text) {
+        return oneOff ? nlohmann::ordered_json(static_cast<long long>(t)) : nlohmann::ordered_json(text);
+    };
     for (const auto &h : answer.hosts)
         listing.addRow({h.name, std::to_string(h.slots), std::to_string(h.capacity), std::to_string(h.cpus), begin, end},
                        {{"host", h.name},
                         {"slots", h.slots},
                         {"capacity", h.capacity},
                         {"cpus", h.cpus},
-                        {"begin", oneOff ? nlohmann::ordered_json(static_cast<long long>(answer.start)) : nlohmann::ordered_json(begin)},
-                        {"end", oneOff ? nlohmann::ordered_json(static_cast<long long>(answer.end)) : nlohmann::ordered_json(end)}});
+                        {"begin", point(answer.start, begin)},
+                        {"end", point(answer.end, end)}});
     return listing;
 }
 

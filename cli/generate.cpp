@@ -141,9 +141,9 @@ std::string zshDescription(const std::string &text)
     return replaced(text, {{'[', "("}, {']', ")"}, {':', "\\:"}, {'\n', " "}});
 }
 
-// The _arguments specs of the options of `app`, leaving out those of
+// The _arguments optionLines of the options of `app`, leaving out those of
 // `skip` (the globals, given to every command already).
-std::string zshSpecs(const CLI::App &app, const std::string &indent, const CLI::App *skip = nullptr)
+std::string zshOptionLines(const CLI::App &app, const std::string &indent, const CLI::App *skip = nullptr)
 {
     std::set<std::string> skipped;
     if (skip)
@@ -260,7 +260,7 @@ std::string zshCompletion(const CLI::App &app)
                                   "_{0}() {{\n    local curcontext=\"$curcontext\" state line\n"
                                   "    local -a globals commands\n    globals=(\n",
                                   name);
-    out += zshSpecs(app, "        ");
+    out += zshOptionLines(app, "        ");
     out += "    )\n    commands=(\n";
     for (const CLI::App *sub : subcommands(app))
         out += "        " + shellQuoted(fmt::format("{}:{}", sub->get_name(), zshDescription(sub->get_description()))) + "\n";
@@ -269,19 +269,19 @@ std::string zshCompletion(const CLI::App &app)
            "        command) _describe -t commands 'rsvctl command' commands ;;\n"
            "        argument)\n            case $line[1] in\n";
     for (const CLI::App *sub : subcommands(app)) {
-        std::string specs = zshSpecs(*sub, "                        ", &app);
+        std::string optionLines = zshOptionLines(*sub, "                        ", &app);
         out += fmt::format("                {})\n                    _arguments $globals{}\n", sub->get_name(),
-                           specs.empty() ? "" : " \\");
-        // One continued command: every spec line but the last ends in " \".
-        std::string joinedSpecs;
+                           optionLines.empty() ? "" : " \\");
+        // One continued command: every option line but the last ends in " \".
+        std::string joinedLines;
         size_t start = 0;
-        while (start < specs.size()) {
-            size_t nl = specs.find('\n', start);
-            std::string line = specs.substr(start, nl - start);
+        while (start < optionLines.size()) {
+            size_t nl = optionLines.find('\n', start);
+            std::string line = optionLines.substr(start, nl - start);
             start = nl + 1;
-            joinedSpecs += line + (start < specs.size() ? " \\\n" : "\n");
+            joinedLines += line + (start < optionLines.size() ? " \\\n" : "\n");
         }
-        out += joinedSpecs + "                    ;;\n";
+        out += joinedLines + "                    ;;\n";
     }
     out += "            esac ;;\n    esac\n}\n_" + name + " \"$@\"\n";
     return out;

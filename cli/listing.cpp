@@ -77,7 +77,8 @@ std::string Listing::text(const ListingOptions &options) const
             if (k)
                 out += "  ";
             const std::string &text = cell(cols[k]);
-            out += columns_[cols[k]].right ? fmt::format("{:>{}}", text, width[k]) : fmt::format("{:<{}}", text, width[k]);
+            out += columns_[cols[k]].right ? fmt::format("{:>{}}", text, width[k])
+                                           : fmt::format("{:<{}}", text, width[k]);
         }
         out.erase(out.find_last_not_of(' ') + 1);
         return out + "\n";

@@ -10,6 +10,7 @@
 
 #include "cli_error.h"
 #include "commands.h"
+#include "listing.h"
 #include "planner_grid.h"
 #include "session.h"
 #include "table_compare.h"
@@ -170,7 +171,16 @@ int runCheck(GlobalOptions &global)
     return clean ? kExitOk : kExitFile;
 }
 
-int runHosts(GlobalOptions &global)
+const std::vector<Column> &hostColumns()
+{
+    static const std::vector<Column> columns = {
+        {"host", "HOST"},   {"slots", "SLOTS", true}, {"cpus", "CPUS", true},
+        {"aliases", "ALIASES"}, {"rsvs", "RSVS", true}, {"peak", "PEAK THIS WEEK"},
+    };
+    return columns;
+}
+
+int runHosts(GlobalOptions &global, const ListingOptions &output)
 {
     Session session(resolveStateDir(global.stateDir), Access::Read);
     RsvTimeTbl *tbl = session.table();
@@ -183,7 +193,7 @@ int runHosts(GlobalOptions &global)
             if (ent->allocVector[i].hostName)
                 ++reservations[ent->allocVector[i].hostName];
     }
-    TextTable table({"HOST", "SLOTS", "CPUS", "ALIASES", "RSVS", "PEAK THIS WEEK"}, {1, 2, 4});
+    Listing listing(hostColumns());
     for (const ClusterHost &host : session.cluster().hosts()) {
         RsvCell busiest{};
         int peak = RsvTimeTbl_peakBooked(tbl, host.name.c_str(), &week, &busiest);
@@ -192,14 +202,33 @@ int runHosts(GlobalOptions &global)
         std::string aliases;
         for (const auto &a : host.aliases)
             aliases += (aliases.empty() ? "" : ",") + a;
-        std::string peakText = peak == 0 ? "-"
-                                         : fmt::format("{}/{} from {}", peak, host.slots,
-                                                       formatTime(cellStart(week, busiest.day, busiest.slot)));
-        table.addRow({host.name, std::to_string(host.slots), std::to_string(host.cpus), aliases.empty() ? "-" : aliases,
-                      std::to_string(reservations[host.name]), peakText});
+        time_t peakAt = peak == 0 ? 0 : cellStart(week, busiest.day, busiest.slot);
+        std::string peakText =
+            peak == 0 ? "-" : fmt::format("{}/{} from {}", peak, host.slots, formatTime(peakAt));
+        nlohmann::ordered_json peakJson = nullptr;
+        if (peak > 0)
+            peakJson = {{"booked", peak}, {"at", static_cast<long long>(peakAt)}};
+        listing.addRow({host.name, std::to_string(host.slots), std::to_string(host.cpus), aliases.empty() ? "-" : aliases,
+                        std::to_string(reservations[host.name]), peakText},
+                       {{"host", host.name},
+                        {"slots", host.slots},
+                        {"cpus", host.cpus},
+                        {"aliases", host.aliases},
+                        {"rsvs", reservations[host.name]},
+                        {"peak", peakJson}});
     }
-    fmt::print("{}", table.render());
-    if (session.cluster().maxPerOwner() > 0)
+    if (output.json) {
+        nlohmann::ordered_json out;
+        out["now"] = static_cast<long long>(nowTime());
+        out["hosts"] = listing.json(output);
+        out["max_per_owner"] = session.cluster().maxPerOwner() > 0
+                                   ? nlohmann::ordered_json(session.cluster().maxPerOwner())
+                                   : nlohmann::ordered_json(nullptr);
+        fmt::print("{}\n", out.dump(2));
+        return kExitOk;
+    }
+    fmt::print("{}", listing.text(output));
+    if (session.cluster().maxPerOwner() > 0 && !output.rowsOnly())
         fmt::print("max-per-owner {}\n", session.cluster().maxPerOwner());
     return kExitOk;
 }
@@ -218,10 +247,14 @@ Example:
   rsvctl check)");
     commands.push_back({check, [&global]() { return runCheck(global); }});
 
+    auto output = std::make_shared<ListingOptions>();
     CLI::App *hosts = app.add_subcommand("hosts", "List the cluster's hosts and how busy each is this week");
-    hosts->footer(R"(Example:
-  rsvctl hosts)");
-    commands.push_back({hosts, [&global]() { return runHosts(global); }});
+    addListingOptions(hosts, *output, hostColumns());
+    hosts->footer(R"(Examples:
+  rsvctl hosts
+  rsvctl hosts --noheader -o host,slots
+  rsvctl hosts --json)");
+    commands.push_back({hosts, [&global, output]() { return runHosts(global, *output); }});
 }
 
 } // namespace rsvctl

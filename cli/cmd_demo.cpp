@@ -44,8 +44,15 @@ struct Demo {
     std::string add(const std::string &command, AddRequest req)
     {
         say(command);
+        if (req.creator.empty()) {
+            // A login that cannot be recorded leaves the creator empty here.
+            try {
+                req.creator = operatorName("");
+            } catch (const CliError &) {
+            }
+        }
         std::string id = addReservation(session, req);
-        fmt::print("{}\n", id);
+        fmt::print("{}\n{}\n", id, placementText(session, id));
         return id;
     }
 };
@@ -97,20 +104,24 @@ int runDemo(GlobalOptions &global)
     alice.window = fmt::format("{}-{}", static_cast<long long>(aliceBegin), static_cast<long long>(aliceEnd));
     alice.typedBegin = typed(aliceBegin);
     alice.typedEnd = typed(aliceEnd);
-    alice.description = "model training";
-    demo.add(fmt::format("add -u alice -n 24 -m hpc01,hpc02 -b '{}' -e '{}'", alice.typedBegin, alice.typedEnd),
+    alice.description = "training";
+    demo.add(fmt::format("add -u alice -n 24 -m hpc01,hpc02 -b '{}' -e '{}' -d '{}'", alice.typedBegin,
+                         alice.typedEnd, alice.description),
              alice);
 
     AddRequest ops;
-    ops.owner = "ops";
+    ops.owner = "system";
+    ops.creator = "ops";
     ops.system = true;
     ops.hosts = {"hpc01"};
     time_t opsBegin = at(sunday, 4, 12), opsEnd = at(sunday, 4, 16);
     ops.window = fmt::format("{}-{}", static_cast<long long>(opsBegin), static_cast<long long>(opsEnd));
     ops.typedBegin = typed(opsBegin);
     ops.typedEnd = typed(opsEnd);
-    ops.description = "firmware update";
-    demo.add(fmt::format("add -u ops --system -m hpc01 -b '{}' -e '{}'", ops.typedBegin, ops.typedEnd), ops);
+    ops.description = "maintenance";
+    demo.add(fmt::format("add --system --as ops -m hpc01 -b '{}' -e '{}' -d '{}'", ops.typedBegin, ops.typedEnd,
+                         ops.description),
+             ops);
 
     std::tm holiday{};
     time_t thursday = at(sunday, 4, 0);
@@ -140,8 +151,10 @@ int runDemo(GlobalOptions &global)
     }
 
     fmt::print("\n");
-    demo.say("list");
-    fmt::print("{}", formatList(collectReservations(session)));
+    ListingOptions columns;
+    columns.fields = "id,owner,slots,hosts,window,description";
+    demo.say("list -o " + columns.fields);
+    fmt::print("{}", formatList(collectReservations(session), columns));
 
     fmt::print("\n");
     demo.say(fmt::format("planner hpc01 --week {}", typed(sunday).substr(0, 10)));

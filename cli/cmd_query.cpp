@@ -12,7 +12,7 @@ namespace {
 
 struct ListOptions {
     std::string owner, host;
-    bool json = false;
+    ListingOptions output;
 };
 
 struct ShowOptions {
@@ -26,12 +26,16 @@ void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &command
 {
     auto list = std::make_shared<ListOptions>();
     CLI::App *listCmd = app.add_subcommand("list", "List reservations");
-    listCmd->add_option("-u,--user", list->owner, "Only this owner's reservations");
+    listCmd->add_option("-u,--user", list->owner,
+                        "Only reservations this user owns or made (owner or creator)");
     listCmd->add_option("-m,--host", list->host, "Only reservations holding slots on this host (name or alias)");
-    listCmd->add_flag("--json", list->json, "JSON output (see docs/rsvctl.md)");
-    listCmd->footer(R"(Examples:
+    addListingOptions(listCmd, list->output, reservationColumns());
+    listCmd->footer(R"(Columns shown by default: id,owner,type,slots,hosts,window,status.
+Examples:
   rsvctl list
   rsvctl list -u alice
+  rsvctl list -u root -o id,creator,window,description
+  rsvctl list --noheader -o id
   rsvctl list -m node1 --json)");
     commands.push_back({listCmd, [list, &global]() {
         Session session(resolveStateDir(global.stateDir), Access::Read);
@@ -47,7 +51,7 @@ void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &command
         }
         std::vector<ReservationView> shown;
         for (auto &v : collectReservations(session)) {
-            if (!list->owner.empty() && v.owner != list->owner)
+            if (!list->owner.empty() && v.owner != list->owner && v.creator != list->owner)
                 continue;
             bool onHost = host.empty();
             for (const auto &h : v.hosts)
@@ -58,15 +62,13 @@ void addQueryCommands(CLI::App &app, GlobalOptions &global, CommandList &command
         if (session.numRejected() > 0)
             fmt::print(stderr, "rsvctl: warning: {} line(s) of '{}' could not be read and are not shown\n",
                        session.numRejected(), session.stateFile());
-        if (list->json) {
+        if (list->output.json) {
             nlohmann::ordered_json out;
             out["now"] = static_cast<long long>(nowTime());
-            out["reservations"] = nlohmann::ordered_json::array();
-            for (const auto &v : shown)
-                out["reservations"].push_back(toJson(v));
+            out["reservations"] = reservationListing(shown).json(list->output);
             fmt::print("{}\n", out.dump(2));
         } else {
-            fmt::print("{}", formatList(shown));
+            fmt::print("{}", formatList(shown, list->output));
         }
         return kExitOk;
     }});

@@ -11,6 +11,7 @@
 
 #include "cli_error.h"
 #include "commands.h"
+#include "generate.h"
 #include "session.h"
 #include "signals.h"
 #include "timeparse.h"
@@ -128,7 +129,8 @@ int run(int argc, char **argv)
     GlobalOptions global;
     app.add_option("--state-dir", global.stateDir,
                    "State directory (default $RSV_STATE_DIR, else ./rsv-state): hosts.conf, rsv.state, rsv.ids");
-    app.add_flag("-v,--verbose", global.verbose, "Show the module's log lines on standard error");
+    app.add_flag("-v,--verbose", global.verbose,
+                 "On standard error: what was loaded and saved and how long it took, and the module's log lines");
     app.add_option("--color", global.color, "Colour the planner: auto (on a terminal), always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}));
     app.footer(R"(Exit status:
@@ -151,6 +153,11 @@ Or for a real cluster:  rsvctl --state-dir DIR init --host NAME:SLOTS ...)");
     addFindCommand(app, global, commands);
     addDemoCommand(app, global, commands);
     addInitCommand(app, global, commands);
+
+    // The build writes the manual page and the completions from these very
+    // definitions: "rsvctl --generate man|bash|zsh FILE" (not in --help).
+    if (argc >= 3 && std::string(argv[1]) == "--generate")
+        return generateFile(app, argv[2], argc >= 4 ? argv[3] : "-");
 
     checkCommandName(app, argc, argv);
     try {

@@ -2,6 +2,9 @@
 // refusal turned into one line (and the reason, when slots are lacking).
 #include "operations.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
@@ -182,6 +185,14 @@ std::vector<std::string> resolveHosts(const Cluster &cluster, const std::vector<
     return official;
 }
 
+int wholeHostSlots(const Cluster &cluster, const std::vector<std::string> &typed)
+{
+    int total = 0;
+    for (const auto &name : resolveHosts(cluster, typed))
+        total += cluster.find(name)->slots;
+    return total;
+}
+
 std::string addReservation(Session &session, const AddRequest &request)
 {
     session.requireWritableState();
@@ -211,13 +222,27 @@ std::string addReservation(Session &session, const AddRequest &request)
             refuse(RSV_ERR_END_BEFORE_START, ctx);
     }
 
+    // Whole hosts: asking for the sum of their capacities makes the module
+    // offer each host all it has free and take every host, so a host that is
+    // partly booked leaves the request short and it is refused.
+    int minSlots = request.minSlots, maxSlots = request.maxSlots;
+    std::vector<HostNeed> needs;
+    if (request.wholeHosts) {
+        minSlots = maxSlots = wholeHostSlots(session.cluster(), hosts);
+        for (const auto &h : hosts)
+            needs.push_back({h, session.cluster().find(h)->slots});
+    } else {
+        for (const auto &h : hosts)
+            needs.push_back({h, minSlots > 0 ? minSlots : 1});
+    }
+
     HeapReq req;
     req.req.options = (request.recurring ? RSV_OPT_RECURRING : 0) | (request.system ? RSV_OPT_SYSTEM : 0);
     req.req.name = heapText(request.owner);
     // A system reservation takes every free slot: with no minimum the module
     // offers each host's whole free capacity, then books all of it.
-    req.req.minNumProcs = request.system ? 0 : request.minSlots;
-    req.req.maxNumProcs = request.system ? 0 : request.maxSlots;
+    req.req.minNumProcs = request.system ? 0 : minSlots;
+    req.req.maxNumProcs = request.system ? 0 : maxSlots;
     req.setHosts(hosts);
     req.req.timeWindow = heapText(request.window);
     if (!request.description.empty())
@@ -225,16 +250,14 @@ std::string addReservation(Session &session, const AddRequest &request)
 
     session.beginChange();
     qob_errno = 0;
-    CText id(RsvTimeTbl_addEntry(session.table(), &req.req));
+    CText id(RsvTimeTbl_addEntryBy(session.table(), &req.req,
+                                   request.creator.empty() ? nullptr : request.creator.c_str()));
     if (!id) {
         int err = qob_errno ? qob_errno : RSV_ERR_NOT_ENOUGH_SLOTS;
         if (err == RSV_ERR_NOT_SAVED)
             session.notSaved();
         std::string detail;
         if (err == RSV_ERR_NOT_ENOUGH_SLOTS) {
-            std::vector<HostNeed> needs;
-            for (const auto &h : hosts)
-                needs.push_back({h, request.minSlots > 0 ? request.minSlots : 1});
             detail = formatShortfall(explainShortfall(session.table(), session.cluster(), needs, request.window,
                                                       request.recurring, request.system, ""),
                                      request.system);
@@ -243,6 +266,52 @@ std::string addReservation(Session &session, const AddRequest &request)
     }
     session.changeSaved();
     return id.get();
+}
+
+std::string heldHosts(Session &session, const std::string &id, int *total)
+{
+    std::string hosts;
+    int sum = 0;
+    if (const RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), id.c_str()))
+        for (int i = 0; i < ent->numHosts; ++i)
+            if (ent->allocVector[i].hostName) {
+                hosts += fmt::format("{}{}:{}", hosts.empty() ? "" : ",", ent->allocVector[i].hostName,
+                                     ent->allocVector[i].numSlots);
+                sum += ent->allocVector[i].numSlots;
+            }
+    if (total)
+        *total = sum;
+    return hosts;
+}
+
+std::string placementText(Session &session, const std::string &id)
+{
+    int total = 0;
+    std::string hosts = heldHosts(session, id, &total);
+    return fmt::format("{} slot{} on {}", total, total == 1 ? "" : "s", hosts);
+}
+
+std::string operatorName(const std::string &typed)
+{
+    std::string name = typed;
+    if (name.empty()) {
+        for (const char *var : {"LOGNAME", "USER"})
+            if (const char *value = std::getenv(var); value && *value) {
+                name = value;
+                break;
+            }
+    }
+    if (name.empty()) {
+        const passwd *pw = getpwuid(getuid());
+        name = pw && pw->pw_name ? pw->pw_name : fmt::format("uid{}", static_cast<long>(getuid()));
+    }
+    // Recorded as one word of the state file, in the entry's 40-character field.
+    if (name.size() > 39)
+        usageError(fmt::format("bad operator '{}': at most 39 characters (give --as NAME)", name));
+    for (char c : name)
+        if (!(std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == '.'))
+            usageError(fmt::format("bad operator '{}': use letters, digits, '_', '-' and '.' (give --as NAME)", name));
+    return name;
 }
 
 void deleteReservations(Session &session, const std::vector<std::string> &ids)

@@ -12,9 +12,11 @@
 namespace rsvctl {
 
 struct AddRequest {
-    std::string owner;
+    std::string owner;    // "system" for a system reservation
+    std::string creator;  // the operator who makes it ("" records none)
     int minSlots = 1;
     int maxSlots = 1;
+    bool wholeHosts = false;         // every slot of each host: the range is their capacities' sum
     std::vector<std::string> hosts;  // as typed: names or aliases
     std::string window;              // the module's text: "start-end" epoch, or recurring
     bool recurring = false;
@@ -27,6 +29,18 @@ struct AddRequest {
 // Add a reservation; returns its identifier. Refusals throw CliError with
 // status 2, and a shortfall report when slots are lacking.
 std::string addReservation(Session &session, const AddRequest &request);
+
+// "hpc01:8,hpc02:4": where the reservation's slots are; *total (when not
+// NULL) gets their sum. "" for an identifier not in the table.
+std::string heldHosts(Session &session, const std::string &id, int *total = nullptr);
+
+// "12 slots on hpc01:8,hpc02:4".
+std::string placementText(Session &session, const std::string &id);
+
+// The operator making a change: `typed` (from --as) when given, else the
+// login name ($LOGNAME, $USER, then the password database). Usage error for
+// a name that cannot be recorded.
+std::string operatorName(const std::string &typed);
 
 // Remove every reservation named; all must exist, or nothing is removed.
 void deleteReservations(Session &session, const std::vector<std::string> &ids);
@@ -62,6 +76,10 @@ void setDescription(Session &session, const std::string &id, const std::string &
 // Official names for typed names (duplicates dropped, order kept); throws the
 // bad-host refusal for a name the cluster does not know.
 std::vector<std::string> resolveHosts(const Cluster &cluster, const std::vector<std::string> &typed);
+
+// The slots of the named hosts together (each counted once): what "whole
+// hosts" asks for. Throws the bad-host refusal for an unknown name.
+int wholeHostSlots(const Cluster &cluster, const std::vector<std::string> &typed);
 
 // Check an owner name or description typed by the user (usage errors).
 void checkOwnerName(const std::string &owner);

@@ -185,11 +185,26 @@ nlohmann::ordered_json toJson(const ReservationView &v)
     };
 }
 
-std::string formatList(const std::vector<ReservationView> &views)
+const std::vector<Column> &reservationColumns()
 {
-    if (views.empty())
-        return "no reservations\n";
-    TextTable table({"ID", "OWNER", "TYPE", "SLOTS", "HOSTS", "WINDOW", "STATUS"}, {3});
+    static const std::vector<Column> columns = {
+        {"id", "ID"},
+        {"owner", "OWNER"},
+        {"creator", "CREATOR", false, false},
+        {"type", "TYPE"},
+        {"slots", "SLOTS", true},
+        {"hosts", "HOSTS"},
+        {"window", "WINDOW"},
+        {"status", "STATUS"},
+        {"description", "DESCRIPTION", false, false},
+        {"created", "CREATED", false, false},
+    };
+    return columns;
+}
+
+Listing reservationListing(const std::vector<ReservationView> &views)
+{
+    Listing listing(reservationColumns());
     for (const auto &v : views) {
         std::string hosts;
         for (const auto &h : v.hosts)
@@ -198,9 +213,21 @@ std::string formatList(const std::vector<ReservationView> &views)
         std::string window = compactWindow(v.window, v.type != "one-off");
         if (!v.disabled.empty())
             window += fmt::format(" ({} off)", v.disabled.size() == 1 ? "1 span" : fmt::format("{} spans", v.disabled.size()));
-        table.addRow({v.id, v.owner, type, std::to_string(v.totalSlots), hosts, window, v.status});
+        listing.addRow({v.id, v.owner, v.creator.empty() ? "-" : v.creator, type, std::to_string(v.totalSlots), hosts,
+                        window, v.status, v.description ? *v.description : "-",
+                        v.created ? formatTime(v.created) : "-"},
+                       toJson(v));
     }
-    return table.render();
+    return listing;
+}
+
+std::string formatList(const std::vector<ReservationView> &views, const ListingOptions &options)
+{
+    Listing listing = reservationListing(views);
+    listing.chosen(options);  // an unknown field is an error also when nothing is listed
+    if (views.empty())
+        return options.noHeader ? "" : "no reservations\n";
+    return listing.text(options);
 }
 
 std::string formatShow(const ReservationView &v)
@@ -217,17 +244,33 @@ std::string formatShow(const ReservationView &v)
     std::string hostLines = hosts.render(std::string(13, ' '));
     field("Hosts", fmt::format("{} slots on {} host{}", v.totalSlots, v.hosts.size(), v.hosts.size() == 1 ? "" : "s"));
     out += hostLines;
-    if (v.type != "one-off") {
-        field("Current", v.current ? spanText(*v.current) : "-");
-        field("Next", v.next ? spanText(*v.next) : "-");
+    // One state, told by the clock as list tells it: the instance under way
+    // (if any) and the one to come. The module's own active mark is the
+    // daemon's business (see --json "state").
+    std::optional<Span> current, next;
+    if (v.status == "running") {
+        current = v.current;
+        next = v.type == "one-off" ? std::nullopt : v.next;
+    } else if (v.status == "upcoming") {
+        next = v.type == "one-off" ? v.oneOff : v.next;
     }
+    if (current)
+        field("State", fmt::format("running, until {}", formatTime(current->end)));
+    else if (next)
+        field("State", fmt::format("upcoming, from {}", formatTime(next->begin)));
+    else if (v.oneOff)
+        field("State", fmt::format("ended, at {}", formatTime(v.oneOff->end)));
+    else
+        field("State", v.status.empty() ? "-" : v.status);
+    field("Current", current ? spanText(*current) : "-");
+    field("Next", next ? spanText(*next) : "-");
     std::string disabled;
     for (const auto &d : v.disabled)
         disabled += (disabled.empty() ? "" : "; ") + d;
     field("Disabled", disabled.empty() ? "-" : disabled);
     field("Description", v.description ? *v.description : "-");
-    field("State", fmt::format("{} ({})", v.state, v.status));
     field("Created", v.created ? formatTime(v.created) : "-");
+    field("Creator", v.creator.empty() ? "-" : v.creator);
     return out;
 }
 

@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "listing.h"
 #include "session.h"
 
 namespace rsvctl {
@@ -59,7 +60,13 @@ std::string compactWindow(const std::string &window, bool recurring);
 
 nlohmann::ordered_json toJson(const ReservationView &view);
 
-std::string formatList(const std::vector<ReservationView> &views);
+// The columns of list, and its rows.
+const std::vector<Column> &reservationColumns();
+Listing reservationListing(const std::vector<ReservationView> &views);
+
+// list's text: the chosen columns, "no reservations" when there are none
+// (nothing at all with --noheader).
+std::string formatList(const std::vector<ReservationView> &views, const ListingOptions &options = {});
 std::string formatShow(const ReservationView &view);
 
 } // namespace rsvctl

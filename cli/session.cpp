@@ -51,6 +51,19 @@ std::string directoryOf(const std::string &path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+double millisecondsSince(std::chrono::steady_clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+}
+
+// One line of -v on standard error.
+template <typename... Args>
+void verboseNote(fmt::format_string<Args...> format, Args &&...args)
+{
+    if (logVerbose)
+        fmt::print(stderr, "rsvctl: {}\n", fmt::format(format, std::forward<Args>(args)...));
+}
+
 [[noreturn]] void notSavedError(const std::string &file, int err)
 {
     fileError(fmt::format("state not saved: {}: {}", file, std::strerror(err)));
@@ -164,7 +177,9 @@ Session::Session(const std::string &stateDir, Access access, ClusterSource sourc
         }
         // Held for the whole load-change-write cycle, so two rsvctl processes
         // on one directory never overwrite each other's change.
+        const auto lockStart = std::chrono::steady_clock::now();
         lock(LOCK_EX);
+        verboseNote("locked {} (exclusive) in {:.1f} ms", lockFile_, millisecondsSince(lockStart));
     } else if (exists) {
         // A reader needs no write access: the lock file opened read-only is
         // enough for flock. Where it is missing and cannot be made (a
@@ -175,11 +190,15 @@ Session::Session(const std::string &stateDir, Access access, ClusterSource sourc
             lockFd_ = open(lockFile_.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
         // Shared: readers run side by side, and a change waits for them (so
         // a reader never pairs an old id file with a new state file).
-        if (lockFd_ >= 0)
+        if (lockFd_ >= 0) {
+            const auto lockStart = std::chrono::steady_clock::now();
             lock(LOCK_SH);
+            verboseNote("locked {} (shared) in {:.1f} ms", lockFile_, millisecondsSince(lockStart));
+        }
     }
 
     try {
+        const auto clusterStart = std::chrono::steady_clock::now();
         std::string text;
         if (::access(clusterFile_.c_str(), F_OK) == 0) {
             if (!readWholeFile(clusterFile_, text))
@@ -192,6 +211,7 @@ Session::Session(const std::string &stateDir, Access access, ClusterSource sourc
             cluster_ = Cluster::parse(demoClusterText(), "(built-in demo cluster)");
         }
         installServices(cluster_);
+        const double clusterMs = millisecondsSince(clusterStart);
         table_ = RsvTimeTbl_new(stateFile_.c_str());
         if (!table_)
             fileError(fmt::format("cannot use state file '{}'", stateFile_));
@@ -203,9 +223,15 @@ Session::Session(const std::string &stateDir, Access access, ClusterSource sourc
         // before the load, so that the id file's counters are kept.
         if (RsvTimeTbl_setDurable(table_, 1) < 0)
             fileError(fmt::format("cannot use state file '{}': out of memory", stateFile_));
+        const auto loadStart = std::chrono::steady_clock::now();
         int restored = RsvTimeTbl_load(table_, &numRejected_);
         if (restored < 0)
             fileError(fmt::format("cannot read state file '{}': {}", stateFile_, std::strerror(errno)));
+        verboseNote("loaded {}: {} host{}, in {:.1f} ms", builtInCluster_ ? "the built-in demo cluster" : clusterFile_,
+                    cluster_.hosts().size(), cluster_.hosts().size() == 1 ? "" : "s", clusterMs);
+        verboseNote("loaded {}: {} reservation{}, {} unreadable line{}, in {:.1f} ms",
+                    stateExisted_ ? stateFile_ : stateFile_ + " (none yet)", restored, restored == 1 ? "" : "s",
+                    numRejected_, numRejected_ == 1 ? "" : "s", millisecondsSince(loadStart));
     } catch (...) {
         release();
         throw;
@@ -274,6 +300,7 @@ void Session::beginChange()
         throw std::logic_error("rsvctl: a change in a read-only session");
     holdChangeSignals();
     changeBegun_ = true;
+    changeStart_ = std::chrono::steady_clock::now();
     // The change is booked on the built-in cluster: write it first, so the
     // saved reservations never name hosts of a cluster file that is missing.
     // Removed again when the change is not saved (also when the write
@@ -282,6 +309,16 @@ void Session::beginChange()
         wroteCluster_ = true;
         writeFileWhole(clusterFile_, demoClusterText());
     }
+}
+
+void Session::changeSaved()
+{
+    changeSaved_ = true;
+    if (!logVerbose)
+        return;
+    const int count = table_ ? h_numEnts_(&table_->entries) : 0;
+    verboseNote("saved {}{}: {} reservation{}; the change and its save took {:.1f} ms", stateFile_,
+                idFile_.empty() ? "" : " and " + idFile_, count, count == 1 ? "" : "s", millisecondsSince(changeStart_));
 }
 
 void Session::notSaved() const

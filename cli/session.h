@@ -3,6 +3,7 @@
 #ifndef RSVCTL_SESSION_H
 #define RSVCTL_SESSION_H
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -76,8 +77,9 @@ public:
     // it). Only for Access::Change sessions.
     void beginChange();
 
-    // The module saved a change: keep what this session created.
-    void changeSaved() { changeSaved_ = true; }
+    // The module saved a change: keep what this session created (and, with
+    // -v, say what was saved and how long the change and its save took).
+    void changeSaved();
 
     // The module answered RSV_ERR_NOT_SAVED: throw the status-3 error naming
     // the file that could not be written and why.
@@ -106,6 +108,8 @@ private:
     Cluster cluster_;
     RsvTimeTbl *table_ = nullptr;
     int numRejected_ = 0;
+    // When beginChange was called, for -v.
+    std::chrono::steady_clock::time_point changeStart_;
 };
 
 } // namespace rsvctl

@@ -1235,6 +1235,18 @@ int RsvTimeTbl_lastSaveError(const RsvTimeTbl *tbl, const char **file, const cha
  * error is also stored in qob_errno. */
 int RsvTimeTbl_removeEntries(RsvTimeTbl *tbl, const char *const *rsvIds, int count, int *failedIndex);
 
+/* RsvTimeTbl_addEntry that also records who made the reservation: `creator`
+ * (a word of 1 to 39 characters without blanks or double quotes) goes into
+ * the entry's creator field before the files are written, so it is saved
+ * with the reservation in the one change. A NULL creator records none, as
+ * RsvTimeTbl_addEntry does. The identifier and the per-owner limit follow
+ * req->name exactly as for RsvTimeTbl_addEntry. Returns the identifier (a
+ * heap text the caller frees), or NULL with qob_errno: RSV_ERR_BAD_ARGUMENT
+ * for a creator that is empty, too long or holds a blank or double quote
+ * (nothing looked at, nothing written), else as RsvTimeTbl_addEntry, with
+ * the same state left behind on failure. */
+char *RsvTimeTbl_addEntryBy(RsvTimeTbl *tbl, RsvReq *req, const char *creator);
+
 /* setRsvActive with its outcome: 0 (also when nothing had to be written),
  * RSV_ERR_BAD_ARGUMENT for a NULL entry, RSV_ERR_NO_MEMORY, or in durable
  * mode RSV_ERR_NOT_SAVED with the entry's state and activeTime left as they

@@ -63,10 +63,6 @@ int removeAll(RsvTimeTbl *tbl, const char *const *rsvIds, int count)
     return change.finish();
 }
 
-} // namespace
-
-extern "C" {
-
 // Checks the request against the hosts' free slots, makes an identifier,
 // books the slots and records the reservation, then writes the state and id
 // files. Returns the new identifier (a heap text the caller frees), or NULL
@@ -77,13 +73,10 @@ extern "C" {
 // nothing is booked and the table, the owner's counter and the files are
 // unchanged, but a system request's minimum and maximum are already set to
 // the reservable count and asked host names may have been replaced by
-// official names.
-char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
+// official names. The creator (NULL: none) is stored in the entry before
+// the save, so the saved record carries it.
+char *addEntryMadeBy(RsvTimeTbl *tbl, RsvReq *req, const char *creator)
 {
-    static constexpr const char *kFunc = "RsvTimeTbl_addEntry";
-    if (rsv::logOn(kDebugOrTrace))
-        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", kFunc);
-
     rsv::Change change(tbl);
     if (tbl && !change.started()) {
         qob_errno = RSV_ERR_NO_MEMORY;
@@ -139,6 +132,10 @@ char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
     ent->numHosts = Rsv_alloc(tbl, req->numAskedHosts, candidates.get(), req, &ent->allocVector, "just_enough");
     if (req->description && req->description[0] != '\0')
         ent->description = rsv::dupText(req->description);
+    if (creator) {
+        std::strncpy(ent->creator, creator, sizeof ent->creator - 1);
+        ent->creator[sizeof ent->creator - 1] = '\0';
+    }
     // Entered only once booked: a planner made while booking walks the table
     // and must find complete entries there.
     if (HashEnt *he = h_addEnt_(&tbl->entries, ent->rsvId, nullptr))
@@ -151,6 +148,36 @@ char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
     if (change.finish() != RSV_OK)
         return nullptr;
     return id.release();
+}
+
+} // namespace
+
+extern "C" {
+
+// Checks the request against the hosts' free slots, makes an identifier,
+// books the slots and records the reservation, then writes the state and id
+// files; see addEntryMadeBy.
+char *RsvTimeTbl_addEntry(RsvTimeTbl *tbl, RsvReq *req)
+{
+    static constexpr const char *kFunc = "RsvTimeTbl_addEntry";
+    if (rsv::logOn(kDebugOrTrace))
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", kFunc);
+    return addEntryMadeBy(tbl, req, nullptr);
+}
+
+// RsvTimeTbl_addEntry that also records who made the reservation, in the
+// same change and the same save.
+char *RsvTimeTbl_addEntryBy(RsvTimeTbl *tbl, RsvReq *req, const char *creator)
+{
+    static constexpr const char *kFunc = "RsvTimeTbl_addEntryBy";
+    if (rsv::logOn(kDebugOrTrace))
+        kx_syslog(KX_LOG_DEBUG, "%s: Entering this routine...", kFunc);
+    if (creator && (creator[0] == '\0' || std::strlen(creator) >= sizeof(RsvEnt{}.creator) ||
+                    std::strpbrk(creator, " \t\n\r\"") != nullptr)) {
+        qob_errno = RSV_ERR_BAD_ARGUMENT;
+        return nullptr;
+    }
+    return addEntryMadeBy(tbl, req, creator);
 }
 
 // The entry of `rsvId`, still owned by the table; NULL when absent or when

@@ -1457,6 +1457,26 @@ static void testTable(const Paths *p)
     freeRequest(&fitReq);
     CHECK_INT(h_numEnts_(&restarted->plannerLists), numLists);
 
+    /* A system reservation made by operator ops: the creator is in the
+     * saved record; a creator with a blank is refused before anything. */
+    RsvReq byOps;
+    makeRequest(&byOps, RSV_OPT_SYSTEM, "system", 0, 0, hostList("hostA", NULL), 1, thuHour, NULL);
+    char *opsId = RsvTimeTbl_addEntryBy(restarted, &byOps, "ops");
+    CHECK(opsId != NULL && strncmp(opsId, "system#", 7) == 0);
+    RsvEnt *opsEnt = opsId ? RsvTimeTbl_getEntry(restarted, opsId) : NULL;
+    CHECK(opsEnt != NULL && strcmp(opsEnt->creator, "ops") == 0);
+    char *saved = readFile(p->state);
+    CHECK(saved != NULL && strstr(saved, " hostA 8 ops ") != NULL);
+    free(saved);
+    CHECK_INT(opsId ? RsvTimeTbl_removeEntry(restarted, opsId) : -1, RSV_OK);
+    free(opsId);
+    freeRequest(&byOps);
+    makeRequest(&byOps, 0, "erin", 1, 1, hostList("hostA", NULL), 1, thuHour, NULL);
+    qob_errno = 0;
+    CHECK(RsvTimeTbl_addEntryBy(restarted, &byOps, "two words") == NULL);
+    CHECK_INT(qob_errno, RSV_ERR_BAD_ARGUMENT);
+    freeRequest(&byOps);
+
     problems = 0;
     CHECK_INT(RsvTimeTbl_verify(restarted, countProblem, &problems), 0);
     RsvTimeTbl_cleanDisabledDurations(&restarted->entries);

@@ -396,7 +396,7 @@ TEST_P(SignalDuringChange, WaitsUntilTheResultIsPrinted)
     ASSERT_EQ(kill(running.pid, p.signal), 0);
     RunResult r = finish(running);
     EXPECT_EQ(r.signal, p.signal) << "status " << r.status << ", stderr " << r.err;
-    EXPECT_EQ(r.out, "f#0\n");
+    EXPECT_EQ(r.out, "f#0\n2 slots on alpha:2\n");
     EXPECT_NE(rsvtest::readFile(dir + "/rsv.state").find(" f#0 "), std::string::npos);
     EXPECT_NE(rsvtest::readFile(dir + "/rsv.ids").find(" f 0 \n"), std::string::npos);
     EXPECT_FALSE(rsvtest::fileExists(dir + "/rsv.state.tmp"));
@@ -542,7 +542,7 @@ TEST(ReadLock, ReadersShareAndChangesExclude)
     ASSERT_EQ(flock(fd, LOCK_UN), 0);
     RunResult added = finish(add);
     EXPECT_EQ(added.status, 0) << added.err;
-    EXPECT_EQ(added.out, "f#0\n");
+    EXPECT_EQ(added.out, "f#0\n2 slots on alpha:2\n");
 
     // A change holds it: a read waits until the change is done.
     ASSERT_EQ(flock(fd, LOCK_EX), 0);

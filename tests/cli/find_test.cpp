@@ -143,7 +143,7 @@ TEST_F(Find, ADailyWindowMayRunPastMidnight)
 TEST_F(Find, AWeeklyFindGivesTheDayAndTime)
 {
     book({"add", "-u", "lab", "-n", "8", "-m", "alpha", "-t", "fri:18:00-mon:6:00"});
-    RunResult r = find({"-u", "carol", "-m", "alpha", "-D", "2d", "--weekly"});
+    RunResult r = find({"-u", "carol", "-n", "1", "-m", "alpha", "-D", "2d", "--weekly"});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out,
               "Start        every Mon 06:00\n"
@@ -184,10 +184,10 @@ TEST_F(Find, NothingFitsExitsTwoNamingTheClosestStartTheHostAndTheCell)
         {{"-u", "ops", "--system", "-m", "beta", "-D", "1d", "--before", "2026-11-19 11:00"},
          "rsvctl: no 1d window with nothing else booked on 'beta' starts before Thu 2026-11-19 11:00; closest: Wed "
          "2026-11-18 10:10, held back by a booking on beta at Thu 2026-11-19 10:00\n"},
-        {{"-u", "a", "-m", "beta", "-D", "1h", "--after", "2026-11-18 10:01", "--before", "2026-11-18 10:09"},
+        {{"-u", "a", "-n", "1", "-m", "beta", "-D", "1h", "--after", "2026-11-18 10:01", "--before", "2026-11-18 10:09"},
          "rsvctl: no 1h window with 1 slot on 'beta' starts between Wed 2026-11-18 10:01 and Wed 2026-11-18 10:09: "
          "no 10-minute boundary in the future lies in that range\n"},
-        {{"-u", "a", "-m", "gamma", "-D", "5d", "--weekly"},
+        {{"-u", "a", "-n", "1", "-m", "gamma", "-D", "5d", "--weekly"},
          "rsvctl: no weekly 5d window with 1 slot on 'gamma' fits; closest: every Sun 00:00 with 0 of 1 slot, held "
          "back by gamma at Sun 00:00 in every week\n"},
         {{"-u", "a", "-n", "4", "-m", "beta", "-D", "23h30m", "--daily"},
@@ -358,7 +358,7 @@ TEST_F(Find, JsonOfARecurringWindowAndOfNothingFound)
     EXPECT_EQ(w["begin_offset"], 1 * 86400 + 6 * 3600);  // Monday 06:00 from Sunday 00:00
     EXPECT_EQ(w["end_offset"], 3 * 86400 + 6 * 3600);
 
-    RunResult none = find({"-u", "carol", "-m", "alpha", "-D", "23h30m", "--daily", "--json"});
+    RunResult none = find({"-u", "carol", "-n", "1", "-m", "alpha", "-D", "23h30m", "--daily", "--json"});
     EXPECT_EQ(none.status, 2);
     EXPECT_EQ(none.err,
               "rsvctl: no daily 23h 30m window with 1 slot on 'alpha' fits; closest: every day 00:00 with 0 of 1 "

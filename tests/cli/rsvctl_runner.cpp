@@ -82,6 +82,8 @@ Running startRsvctl(const std::vector<std::string> &args, long long now, const s
         setenv("RSVCTL_NOW", nowText.c_str(), 1);
         unsetenv("RSV_STATE_DIR");
         unsetenv("NO_COLOR");
+        // The operator recorded as creator when --as is not given.
+        setenv("LOGNAME", kOperator, 1);
         for (const auto &name : options.unset)
             unsetenv(name.c_str());
         for (const auto &[name, value] : options.env)

@@ -14,6 +14,9 @@ namespace rsvctltest {
 // The pinned "now" of the end-to-end tests: Wed 2026-11-18 10:00 UTC.
 inline constexpr long long kNow = 1794996000;
 
+// The login name rsvctl sees ($LOGNAME) in the end-to-end tests.
+inline constexpr const char *kOperator = "tester";
+
 // A small cluster: aliases, a host without a processor count, and a
 // per-owner limit of 3.
 inline constexpr const char *kSmallCluster = R"(# test cluster
@@ -39,8 +42,8 @@ struct RunOptions {
 };
 
 // Run rsvctl with `args` (without the program name). TZ and RSVCTL_NOW come
-// from `tz` and `now`; RSV_STATE_DIR and NO_COLOR are cleared unless `options`
-// sets them.
+// from `tz` and `now`, LOGNAME is kOperator; RSV_STATE_DIR and NO_COLOR are
+// cleared unless `options` sets them.
 RunResult runRsvctl(const std::vector<std::string> &args, long long now, const std::string &tz = "UTC",
                     const RunOptions &options = {});
 

@@ -118,27 +118,6 @@ bool isRecurring(const RsvEnt *ent)
     refuse(err, ctx, detail);
 }
 
-// The module keeps the ends of a one-off window as 32-bit seconds and
-// compares them with the clock as such: a later end would read as a time
-// long past. Refused here with the true reason.
-void checkModuleTimeRange(const std::string &window, const ErrorContext &ctx)
-{
-    constexpr long long kLastModuleTime = 2147483647LL;  // 2038-01-19 03:14:07 UTC
-    const size_t dash = window.find('-');
-    if (dash == std::string::npos)
-        return;
-    const long long begin = std::atoll(window.substr(0, dash).c_str());
-    const long long end = std::atoll(window.substr(dash + 1).c_str());
-    if (begin <= kLastModuleTime && end <= kLastModuleTime)
-        return;
-    const std::string side = begin > kLastModuleTime ? (ctx.begin.empty() ? "the begin" : "the begin '" + ctx.begin + "'")
-                                                     : (ctx.end.empty() ? "the end" : "the end '" + ctx.end + "'");
-    throw CliError(kExitRefused,
-                   fmt::format("{} lies after {}, the last time the reservation module can hold (it keeps window "
-                               "times as 32-bit seconds)",
-                               side, formatTime(static_cast<time_t>(kLastModuleTime))));
-}
-
 } // namespace
 
 void checkOwnerName(const std::string &owner)
@@ -210,8 +189,6 @@ std::string addReservation(Session &session, const AddRequest &request)
     // official one, so bookings made through an alias are seen by everyone.
     std::vector<std::string> hosts = resolveHosts(session.cluster(), request.hosts);
 
-    if (!request.recurring)
-        checkModuleTimeRange(request.window, ctx);
     if (int err = isValidTimeWindow(request.window.c_str(), request.recurring ? 1 : 0); err != 0)
         refuse(err, ctx);
     if (!request.recurring) {
@@ -367,7 +344,6 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
     // What the window will be, for the reason shown if it does not fit.
     CText newWindow(RsvMod_buildTimeWindow(ent->timeWindow, modText.c_str()));
     std::string target = newWindow ? newWindow.get() : "";
-    checkModuleTimeRange(target, ctx);
     std::vector<std::string> held;
     for (int i = 0; i < ent->numHosts; ++i)
         if (ent->allocVector[i].hostName)

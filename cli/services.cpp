@@ -84,6 +84,8 @@ void installServices(Cluster &cluster)
     services.rsvNameTable = &rsvNameTable;
     services.maxRsvPerOwner = &maxRsvPerOwner;
     RsvMod_init(&services);
+    // Operators book windows past 2038 like any other.
+    RsvMod_setWideTimes(1);
 }
 
 void uninstallServices()

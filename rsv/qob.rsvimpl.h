@@ -1044,6 +1044,20 @@ void setCalendarDayDuration(const tmDay *first, const tmDay *last, char **text);
  * createRsvDisableDuration's error, the three outputs then NULL. */
 int qob_getdisableddates(const char *dateText, char **first, char **last, char **range);
 
+/* Times past 2038. By default isValidTimeWindow, isValidModTimeWindow and
+ * Rsv_time2occur read a one-off window's points with atoi and compare them
+ * with the clock as 32-bit values, so a point after 2038-01-19 03:14:07 UTC
+ * reads as long past; a daemon built for that keeps it. With wide times on,
+ * the points are read whole as 64-bit seconds and compared with the clock
+ * as they are, so such windows are checked, booked and reported like any
+ * other. Every point that fits in 32 bits reads the same in both modes. The
+ * setting is the module's (the checks take no table); set it once at
+ * start-up. Returns the previous setting (0 or 1). */
+int RsvMod_setWideTimes(int wide);
+
+/* 1 when wide times are on, else 0. */
+int RsvMod_wideTimes(void);
+
 /* ======================================================================== */
 /* Persistence and reporting                                                */
 /* ======================================================================== */

@@ -78,6 +78,9 @@ inline void freeEntry(RsvEnt *ent)
 // The current time, through the replaceable clock.
 inline time_t now() { return kx_now(); }
 
+// Whether one-off window points are read as 64-bit seconds (RsvMod_setWideTimes).
+bool wideTimes() noexcept;
+
 // Whether any of `bits` is on in the global log-class mask.
 inline bool logOn(int bits) { return (logclass & bits) != 0; }
 

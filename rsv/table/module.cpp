@@ -22,9 +22,18 @@ SettingsMap &settingsMap()
     return *all;
 }
 
+// Off by default: a daemon built against the 32-bit reading of window points
+// keeps it.
+bool wideTimesOn = false;
+
 } // namespace
 
 namespace rsv {
+
+bool wideTimes() noexcept
+{
+    return wideTimesOn;
+}
 
 TableSettings *tableSettings(const RsvTimeTbl *tbl, bool create) noexcept
 {
@@ -65,6 +74,18 @@ void RsvMod_init(const RsvMiscFuncs *services)
     if (!services)
         return;
     miscFuncs = *services;
+}
+
+int RsvMod_setWideTimes(int wide)
+{
+    int previous = wideTimesOn ? 1 : 0;
+    wideTimesOn = wide != 0;
+    return previous;
+}
+
+int RsvMod_wideTimes(void)
+{
+    return wideTimesOn ? 1 : 0;
 }
 
 } // extern "C"

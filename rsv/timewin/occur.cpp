@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "rsv_internal.h"
+#include "timewin_internal.h"
 
 namespace {
 
@@ -65,6 +66,17 @@ int occurrenceDay(int day, int hour, int minute, int mode, int W, int H, int M)
 
 } // namespace
 
+namespace rsv {
+
+time_t windowPoint(const char *text) noexcept
+{
+    if (wideTimes())
+        return static_cast<time_t>(std::strtoll(text, nullptr, 10));
+    return static_cast<time_t>(std::atoi(text));
+}
+
+} // namespace rsv
+
 extern "C" {
 
 // The occurrence of `timePoint` relative to the current time (rsv::now()).
@@ -93,7 +105,7 @@ time_t Rsv_timeToOccurFromGivenTime(const char *timePoint, time_t reference, int
         parsed = parse_time(copy ? copy.get() : timePoint, &fhour, &day);
     }
     if (parsed < 0)
-        return static_cast<time_t>(std::atoi(timePoint));
+        return rsv::windowPoint(timePoint);
 
     const int today = getNowday(reference);
 

@@ -17,6 +17,10 @@ void weekFromSunday(int sunday, RsvWeek *week);
 // local time.
 bool sundayOf(time_t t, int *sunday);
 
+// Seconds of a one-off window point: atoi's value, or with wide times on
+// (RsvMod_setWideTimes) the whole 64-bit number.
+time_t windowPoint(const char *text) noexcept;
+
 } // namespace rsv
 
 #endif

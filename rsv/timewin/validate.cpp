@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "rsv_internal.h"
+#include "timewin_internal.h"
 
 namespace {
 
@@ -97,10 +98,11 @@ int isNonRecValidTimeWindow(const char *timeWindow)
     const char *start = copy.get();
     if (!isdigitstr_(start) || !isdigitstr_(end))
         return RSV_ERR_BAD_TIME_WINDOW;
-    int startTime = std::atoi(start);
-    int endTime = std::atoi(end);
-    // The window points are 32-bit values; the clock is compared as one.
-    auto now = static_cast<int32_t>(rsv::now());
+    const time_t startTime = rsv::windowPoint(start);
+    const time_t endTime = rsv::windowPoint(end);
+    // By default the window points are 32-bit values and the clock is
+    // compared as one; wide times compare all 64 bits.
+    const time_t now = rsv::wideTimes() ? rsv::now() : static_cast<time_t>(static_cast<int32_t>(rsv::now()));
     if (now >= startTime)
         return RSV_ERR_START_IN_PAST;
     if (now >= endTime)
@@ -179,10 +181,10 @@ int isValidModTimeWindow(const char *newTimeWindow, RsvEnt *ent, int recurring)
         if (!isdigitstr_(newStartText) || !isdigitstr_(newEndText) || !isdigitstr_(curStartText) ||
             !isdigitstr_(curEndText))
             return RSV_ERR_BAD_TIME_WINDOW;
-        newStart = std::atoi(newStartText);
-        newEnd = std::atoi(newEndText);
-        curStart = std::atoi(curStartText);
-        curEnd = std::atoi(curEndText);
+        newStart = rsv::windowPoint(newStartText);
+        newEnd = rsv::windowPoint(newEndText);
+        curStart = rsv::windowPoint(curStartText);
+        curEnd = rsv::windowPoint(curEndText);
     } else {
         // Only the log line below uses these.
         newStart = Rsv_time2occur(newStartText, RSV_OCCUR_AFTER_TODAY);

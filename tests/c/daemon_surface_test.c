@@ -432,6 +432,13 @@ static void testOccurrencesAndValidation(void)
     CHECK_INT(isValidTimeWindow("8:0-8:0", 1), RSV_ERR_END_INVALID);
     CHECK_INT(isNonRecValidTimeWindow(NULL), RSV_ERR_BAD_TIME_WINDOW);
     CHECK_INT(isNonRecValidTimeWindow("12x-20"), RSV_ERR_BAD_TIME_WINDOW);
+    /* 2040-07-01 and 2040-07-02: long past by default, ahead with wide times. */
+    CHECK_INT(RsvMod_wideTimes(), 0);
+    CHECK_INT(isNonRecValidTimeWindow("2224742400-2224828800"), RSV_ERR_START_IN_PAST);
+    CHECK_INT(RsvMod_setWideTimes(1), 0);
+    CHECK_INT(isNonRecValidTimeWindow("2224742400-2224828800"), RSV_OK);
+    CHECK(Rsv_time2occur("2224742400", RSV_OCCUR_ASIS) == (time_t)2224742400LL);
+    CHECK_INT(RsvMod_setWideTimes(0), 1);
     CHECK_INT(isRecValidTimeWindow("22:0-6:0"), RSV_OK);
     CHECK_INT(isRecValidTimeWindow("8:0-1:9:0"), RSV_ERR_DAY_MISMATCH);
 

@@ -143,14 +143,22 @@ TEST_F(Times, ZonesFarFromUtc)
     EXPECT_EQ(windowOf("b#0"), span(1796092200, 1796097600));
 }
 
-TEST_F(Times, PastTwentyThirtyEightTheModuleLimitIsNamed)
+TEST_F(Times, PastTwentyThirtyEightAReservationIsBookedAndKept)
 {
-    // The parser reads the time; the module keeps window times as 32-bit
-    // seconds, and the refusal says so instead of "not in the future".
-    refused({"add", "-u", "a", "-m", "alpha", "-b", "2040-07-01 10:00", "-D", "1h"}, 2,
-            "rsvctl: the begin '2040-07-01 10:00' lies after Tue 2038-01-19 04:14, the last time the reservation "
-            "module can hold (it keeps window times as 32-bit seconds)\n",
-            "Europe/Berlin");
+    // Wed 2040-07-01 10:00 in Berlin (summer time) is 08:00 UTC, beyond 32-bit seconds.
+    RunResult r = rsv({"add", "-u", "a", "-n", "2", "-m", "alpha", "-b", "2040-07-01 10:00", "-D", "1h"},
+                      "Europe/Berlin");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(windowOf("a#0"), span(2224742400, 2224742400 + 3600));
+    // Booked: the same slots again at the same time are refused, a later hour is free.
+    r = rsv({"add", "-u", "b", "-n", "7", "-m", "alpha", "-b", "2040-07-01T08:30Z", "-D", "1h"});
+    EXPECT_EQ(r.status, 2) << r.err;
+    r = rsv({"add", "-u", "b", "-n", "7", "-m", "alpha", "-b", "2040-07-01T10:00Z", "-D", "1h"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    // Moved by the window change, read back by the next command.
+    r = rsv({"mod", "a#0", "--end", "+30m"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(windowOf("a#0"), span(2224742400, 2224742400 + 5400));
 }
 
 // ---------------------------------------------------------------- days off and on

@@ -79,26 +79,26 @@ TEST_F(Times, TheHelpExampleEndWorks)
 {
     RunResult r = rsv({"add", "-u", "ops", "-n", "1", "-m", "alpha", "-b", "+1d", "-e", "+1d2h"});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.out, "ops#0\n");
+    EXPECT_EQ(r.out, "ops#0\n1 slot on alpha:1\n");
     EXPECT_EQ(windowOf("ops#0"), span(kNow + 86400, kNow + 86400 + 7200));
 }
 
 TEST_F(Times, IsoWithSecondsAndOffsets)
 {
-    RunResult r = rsv({"add", "-u", "a", "-m", "alpha", "-b", "2026-12-01T08:00:00+01:00", "-e", "2026-12-01T12:00Z"});
+    RunResult r = rsv({"add", "-u", "a", "-n", "1", "-m", "alpha", "-b", "2026-12-01T08:00:00+01:00", "-e", "2026-12-01T12:00Z"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(windowOf("a#0"), span(1796108400, 1796126400));
-    r = rsv({"add", "-u", "b", "-m", "alpha", "-b", "2026-12-01 08:00:30", "-e", "@1796126400"});
+    r = rsv({"add", "-u", "b", "-n", "1", "-m", "alpha", "-b", "2026-12-01 08:00:30", "-e", "@1796126400"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(windowOf("b#0"), span(1796112030, 1796126400));
 }
 
 TEST_F(Times, NowAndADurationInsteadOfAnEnd)
 {
-    RunResult r = rsv({"add", "-u", "a", "-m", "alpha", "-b", "now", "-D", "90m"});
+    RunResult r = rsv({"add", "-u", "a", "-n", "1", "-m", "alpha", "-b", "now", "-D", "90m"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(windowOf("a#0"), span(kNow + 60, kNow + 60 + 5400));
-    r = rsv({"add", "-u", "b", "-m", "alpha", "-b", "tomorrow 08:00", "--duration", "1d2h30m"});
+    r = rsv({"add", "-u", "b", "-n", "1", "-m", "alpha", "-b", "tomorrow 08:00", "--duration", "1d2h30m"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(windowOf("b#0"), span(1795075200, 1795075200 + 86400 + 9000));
     refused({"add", "-u", "c", "-m", "alpha", "-b", "+1h", "-e", "+2h", "-D", "1h"}, 1,
@@ -125,7 +125,7 @@ TEST_F(Times, AnAmbiguousWallTimeNeedsAnOffset)
             "rsvctl: -b '2027-10-31 02:30' happens twice in Europe/Berlin (the clocks go back): give the offset, "
             "'2027-10-31T02:30+02:00' (first) or '2027-10-31T02:30+01:00' (second)\n",
             "Europe/Berlin");
-    RunResult r = rsv({"add", "-u", "a", "-m", "alpha", "-b", "2027-10-31T02:30+01:00", "-D", "1h"}, "Europe/Berlin");
+    RunResult r = rsv({"add", "-u", "a", "-n", "1", "-m", "alpha", "-b", "2027-10-31T02:30+01:00", "-D", "1h"}, "Europe/Berlin");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(windowOf("a#0"), span(1824946200, 1824949800));
 }
@@ -133,12 +133,12 @@ TEST_F(Times, AnAmbiguousWallTimeNeedsAnOffset)
 TEST_F(Times, ZonesFarFromUtc)
 {
     // Auckland is 13 hours ahead: its "tomorrow" is Friday.
-    RunResult r = rsv({"add", "-u", "a", "-m", "alpha", "-b", "tomorrow 08:00", "-D", "4h"}, "Pacific/Auckland");
+    RunResult r = rsv({"add", "-u", "a", "-n", "1", "-m", "alpha", "-b", "tomorrow 08:00", "-D", "4h"}, "Pacific/Auckland");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(windowOf("a#0"), span(1795028400, 1795028400 + 14400));
     RunResult shown = rsv({"list"}, "Pacific/Auckland");
     EXPECT_NE(shown.out.find("Thu 11-19 08:00 - Thu 11-19 12:00"), std::string::npos) << shown.out;
-    r = rsv({"add", "-u", "b", "-m", "alpha", "-b", "2026-12-01 08:00", "-e", "2026-12-01 09:30"}, "Asia/Kolkata");
+    r = rsv({"add", "-u", "b", "-n", "1", "-m", "alpha", "-b", "2026-12-01 08:00", "-e", "2026-12-01 09:30"}, "Asia/Kolkata");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(windowOf("b#0"), span(1796092200, 1796097600));
 }
@@ -211,7 +211,7 @@ TEST_F(Times, EnableSwitchesADayOnAgainWhenItsSlotsAreFree)
 TEST_F(Times, DelChecksEveryIdentifierFirstAndIsAllOrNothing)
 {
     for (const char *owner : {"a", "b", "c"})
-        ASSERT_EQ(rsv({"add", "-u", owner, "-m", "alpha", "-b", "+1h", "-e", "+2h"}).status, 0);
+        ASSERT_EQ(rsv({"add", "-u", owner, "-n", "1", "-m", "alpha", "-b", "+1h", "-e", "+2h"}).status, 0);
     refused({"del", "a#0", "nosuch#0", "b#0"}, 2, "rsvctl: no reservation 'nosuch#0'\n");
     RunResult r = rsv({"del", "a#0", "c#0"});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -241,10 +241,10 @@ int stateSaves(const std::vector<std::string> &args, const std::string &dir, con
 TEST_F(Times, SeveralIdentifiersOrDaysAreOneSave)
 {
     for (const char *owner : {"a", "b", "c"})
-        ASSERT_EQ(rsv({"add", "-u", owner, "-m", "alpha", "-b", "+1h", "-e", "+2h"}).status, 0);
-    ASSERT_EQ(rsv({"add", "-u", "r", "-m", "alpha", "-t", "8:00-9:00"}).status, 0);
+        ASSERT_EQ(rsv({"add", "-u", owner, "-n", "1", "-m", "alpha", "-b", "+1h", "-e", "+2h"}).status, 0);
+    ASSERT_EQ(rsv({"add", "-u", "r", "-n", "1", "-m", "alpha", "-t", "8:00-9:00"}).status, 0);
     const std::string log = tmp.file("renames.log");
-    EXPECT_EQ(stateSaves({"add", "-u", "d", "-m", "alpha", "-b", "+1h", "-e", "+2h"}, state, log), 1);
+    EXPECT_EQ(stateSaves({"add", "-u", "d", "-n", "1", "-m", "alpha", "-b", "+1h", "-e", "+2h"}, state, log), 1);
     EXPECT_EQ(stateSaves({"del", "a#0", "b#0", "c#0"}, state, log), 1);
     EXPECT_EQ(stateSaves({"mod", "r#0", "--disable", "2026-12-01,2026-12-03..2026-12-05,12:24"}, state, log), 1);
     EXPECT_EQ(stateSaves({"mod", "r#0", "--enable", "2026-12-01,2026-12-04"}, state, log), 1);

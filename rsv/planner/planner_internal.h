@@ -125,6 +125,45 @@ ResPlanner *plannerOfWeek(List *plannerList, const RsvWeek *week);
 // caller; NULL when memory runs out.
 ResPlanner *newWeekPlanner(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week);
 
+// One end of a planner window, parsed (planner.cpp).
+struct WindowPoint {
+    int day = 0;        // 0 = none (daily window), 1..6, 7 = Sunday
+    float hour = 0.0f;  // whole hour
+    float minute = 0.0f;
+    int slot = 0;       // 0..144
+};
+
+// The two ends of the planner window `timeWindow` as ResPlanner_map reads
+// them; false when the text is not one (NULL included).
+bool parsePlannerWindow(const char *timeWindow, WindowPoint &start, WindowPoint &end);
+
+// The end that ResPlanner_map reads from the time expression "day:hour:minute"
+// (day 1..7, hour 0..23, minute 0..59), without writing or parsing the text.
+WindowPoint pointOfClock(int day, int hour, int minute, bool isEnd);
+
+// The end that ResPlanner_map reads from an open end "0:0:0": the week's
+// beginning (start) or its end.
+WindowPoint openWindowEnd(bool isEnd);
+
+// ResPlanner_map after its parse: `op` with `arg` over the cells between the
+// two ends, with the disabled days of `rsv` skipped on a dated planner.
+void mapParsedWindow(ResPlanner *planner, const WindowPoint &start, const WindowPoint &end, ResPlannerOp op,
+                     int64_t arg, RsvEnt *rsv);
+
+// The largest of `init` and the counts of `count` consecutive cells (none
+// when count <= 0), in a loop the compiler turns into vector code
+// (cellscan.cpp).
+int maxBookedInCells(const ResPlannerEnt *cells, int count, int init) noexcept;
+
+// What ResPlannerList_map with ResPlannerEnt_getMaxRsv finds over
+// `timeWindow` on the host's list, starting from 0: the same weeks, windows
+// and cells, but without a week array, a window text or a new planner on the
+// heap (a week without a planner is filled on the stack). `list` NULL gives
+// 0, as the map gives. Allocates nothing unless the host's recurring
+// bookings have to be read through the recurring index the first time.
+int maxBookedOverWindow(List *list, RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring,
+                        RsvEnt *rsv);
+
 // What a host can hold: its configured slot limit, or its processor count
 // when no limit is configured (alloc.cpp).
 int hostCapacity(const RsvHost *host);

@@ -182,6 +182,10 @@ Session::Session(const std::string &stateDir, Access access)
         // before the load, so that the id file's counters are kept.
         if (RsvTimeTbl_setDurable(table_, 1) < 0)
             fileError(fmt::format("cannot use state file '{}': out of memory", stateFile_));
+        // A command reads or changes a few reservations: each host's planners
+        // are built when the command first needs them, not all at the load.
+        if (RsvTimeTbl_setLazyPlanners(table_, 1) < 0)
+            fileError(fmt::format("cannot use state file '{}': out of memory", stateFile_));
         int restored = RsvTimeTbl_load(table_, &numRejected_);
         if (restored < 0)
             fileError(fmt::format("cannot read state file '{}': {}", stateFile_, std::strerror(errno)));

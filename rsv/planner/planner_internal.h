@@ -164,6 +164,32 @@ int maxBookedInCells(const ResPlannerEnt *cells, int count, int init) noexcept;
 int maxBookedOverWindow(List *list, RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring,
                         RsvEnt *rsv);
 
+// Planners built when first needed (lazyplanners.cpp). In a lazy table a
+// host without a planner list whose reservations are in the table is
+// unbuilt: its bookings live only in the entries until a call asks for the
+// list, which RsvTimeTbl_getPlannerList then builds from them.
+
+// Whether `tbl` builds its hosts' planners when first needed.
+bool plannersLazy(const RsvTimeTbl *tbl) noexcept;
+
+// Forget the mode of `tbl` (the table is being freed). NULL is ignored.
+void dropLazyPlanners(const RsvTimeTbl *tbl) noexcept;
+
+// A new planner list of `hostName` holding the bookings of every share of
+// the host in the table, weeks in the order the bookings of the table's
+// entries would add them. In no table; NULL when memory runs out (counted as
+// a failed allocation, nothing left behind).
+List *buildPlannerList(RsvTimeTbl *tbl, const char *hostName) noexcept;
+
+// The host's planner list in the table, or, in a lazy table, the one built
+// now when a reservation of the table holds the host; NULL when the host has
+// none (nor would have in an eager table) or memory runs out.
+List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName) noexcept;
+
+// Builds the planner list of every host a reservation holds that has none
+// yet. False when memory runs out (the lists built so far stay).
+bool buildAllPlannerLists(RsvTimeTbl *tbl) noexcept;
+
 // What a host can hold: its configured slot limit, or its processor count
 // when no limit is configured (alloc.cpp).
 int hostCapacity(const RsvHost *host);

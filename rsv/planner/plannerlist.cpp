@@ -106,7 +106,8 @@ List *RsvTimeTbl_getPlannerList(RsvTimeTbl *tbl, const char *hostName)
     if (found)
         return current;
 
-    List *list = rsv::newPlannerList(hostName);
+    // A lazy table builds the host's planners from its reservations now.
+    List *list = rsv::plannersLazy(tbl) ? rsv::buildPlannerList(tbl, hostName) : rsv::newPlannerList(hostName);
     if (!list)
         return nullptr;
     HashEnt *he = h_addEnt_(&tbl->plannerLists, hostName, nullptr);

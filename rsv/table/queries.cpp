@@ -28,11 +28,10 @@ int fail(int error) noexcept
     return -1;
 }
 
-// The host's planner list in the table, or NULL.
+// The host's planner list in the table (built now in a lazy table), or NULL.
 List *listInTable(RsvTimeTbl *tbl, const char *hostName) noexcept
 {
-    HashEnt *he = h_getEnt_(&tbl->plannerLists, hostName);
-    return he ? static_cast<List *>(he->value) : nullptr;
+    return rsv::plannerListIfAny(tbl, hostName);
 }
 
 // The host's planner list, or, for a host without one, a stand-in made as

@@ -75,17 +75,18 @@ int maxOverOneOff(List *list, RsvTimeTbl *tbl, const char *hostName, const char 
         return 0;
     const int startDate = dateToInt(startTm.tm_year + 1900, startTm.tm_mon, startTm.tm_mday);
     const int endDate = dateToInt(endTm.tm_year + 1900, endTm.tm_mon, endTm.tm_mday);
+    // The weeks run from the start's week to the end's: the first holds the
+    // start, the last the end.
     const int numWeeks = evalNumWeeks(startDate, endDate);
-    const int firstSunday = nextDays(startDate, -startTm.tm_wday);
-    const int lastSunday = nextDays(endDate, -endTm.tm_wday);
+    const int firstSunday = numWeeks > 0 ? nextDays(startDate, -startTm.tm_wday) : 0;
 
     int used = 0;
     for (int i = 0; i < numWeeks; ++i) {
-        const int sunday = nextDays(firstSunday, i * kDaysPerWeek);
+        const int sunday = i == 0 ? firstSunday : nextDays(firstSunday, i * kDaysPerWeek);
         RsvWeek week;
         rsv::weekFromSunday(sunday, &week);
-        const rsv::WindowPoint start = pointInWeek(startTm, sunday == firstSunday, false);
-        const rsv::WindowPoint end = pointInWeek(endTm, sunday == lastSunday, true);
+        const rsv::WindowPoint start = pointInWeek(startTm, i == 0, false);
+        const rsv::WindowPoint end = pointInWeek(endTm, i == numWeeks - 1, true);
         if (ResPlanner *planner = findWeek(list, week)) {
             rsv::mapParsedWindow(planner, start, end, ResPlannerEnt_getMaxRsv, accumulatorArg(&used), rsv);
             continue;

@@ -27,24 +27,6 @@ time_t epochOf(const char *text)
     return static_cast<time_t>(std::strtoll(text, nullptr, 10));
 }
 
-bool sameWeek(const RsvWeek &a, const RsvWeek &b)
-{
-    return a.startDay == b.startDay && a.startWeekday == b.startWeekday && a.startMonth == b.startMonth &&
-           a.startYear == b.startYear;
-}
-
-// The first planner of `week` in the list, as plannerOfWeek finds it, without
-// a call through the list's search predicate per element.
-ResPlanner *findWeek(List *list, const RsvWeek &week)
-{
-    for (ListEntry *e = list->forw; e != reinterpret_cast<ListEntry *>(list); e = e->forw) {
-        auto *planner = reinterpret_cast<ResPlanner *>(e);
-        if (sameWeek(planner->week, week))
-            return planner;
-    }
-    return nullptr;
-}
-
 int64_t accumulatorArg(int *acc)
 {
     return static_cast<int64_t>(reinterpret_cast<intptr_t>(acc));
@@ -87,7 +69,7 @@ int maxOverOneOff(List *list, RsvTimeTbl *tbl, const char *hostName, const char 
         rsv::weekFromSunday(sunday, &week);
         const rsv::WindowPoint start = pointInWeek(startTm, i == 0, false);
         const rsv::WindowPoint end = pointInWeek(endTm, i == numWeeks - 1, true);
-        if (ResPlanner *planner = findWeek(list, week)) {
+        if (ResPlanner *planner = rsv::indexedPlannerOfWeek(list, week)) {
             rsv::mapParsedWindow(planner, start, end, ResPlannerEnt_getMaxRsv, accumulatorArg(&used), rsv);
             continue;
         }

@@ -379,6 +379,7 @@ int64_t ResPlannerEnt_getMaxRsv(ResPlannerEnt *cell, int64_t accumulator)
 // ignored.
 void freePlanner(void *plannerList)
 {
+    rsv::forgetWeekIndex(static_cast<List *>(plannerList));
     if (plannerList)
         listDestroy(static_cast<List *>(plannerList), freePlanner_t);
 }

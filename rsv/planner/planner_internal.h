@@ -150,6 +150,16 @@ WindowPoint openWindowEnd(bool isEnd);
 void mapParsedWindow(ResPlanner *planner, const WindowPoint &start, const WindowPoint &end, ResPlannerOp op,
                      int64_t arg, RsvEnt *rsv);
 
+// The first planner of `week` in `list`, as plannerOfWeek finds it, through
+// an index of the list by week (weekindex.cpp) made on first use and made
+// again after the list changed. Falls back to a walk when memory runs out.
+// A daemon must therefore change planner lists only through the module's
+// calls (lists only grow at their back).
+ResPlanner *indexedPlannerOfWeek(List *list, const RsvWeek &week) noexcept;
+
+// `list` is being destroyed: its week index goes with it. NULL is ignored.
+void forgetWeekIndex(const List *list) noexcept;
+
 // The largest of `init` and the counts of `count` consecutive cells (none
 // when count <= 0), in a loop the compiler turns into vector code
 // (cellscan.cpp).

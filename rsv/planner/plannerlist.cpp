@@ -57,6 +57,7 @@ List *newPlannerList(const char *hostName)
 
 void destroyPlannerList(List *list)
 {
+    forgetWeekIndex(list);
     if (list)
         listDestroy(list, destroyPlannerElement);
 }

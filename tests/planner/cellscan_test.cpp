@@ -70,8 +70,16 @@ TEST(CellScan, WindowsReadWhatTheMapReads)
     ASSERT_NE(withDays, nullptr);
     List *list = RsvTimeTbl_getPlannerList(tbl.get(), "hostA");
     ASSERT_GT(listSize(list), 3);
+    const int weeksBefore = listSize(list);
 
     for (int i = 0; i < 3000; ++i) {
+        // Now and then a booking in a new week: the list grows under the
+        // reads, which must find the new planner.
+        if (i % 100 == 99) {
+            const time_t start = base + static_cast<time_t>(pick(0, 20 * 7 * 24 * 6)) * 600;
+            addAndBook(tbl.get(), makeEntry("n#" + std::to_string(i), 0, oneOff(start, start + 3 * 3600),
+                                            {{"hostA", pick(1, 9)}}));
+        }
         RsvEnt *ent = pick(0, 2) == 0 ? withDays : nullptr;
         std::string window;
         int recurring = 0;
@@ -89,7 +97,7 @@ TEST(CellScan, WindowsReadWhatTheMapReads)
             break;
         default: {
             // Any second, ends before starts included, some years on.
-            const time_t start = base - 86400 * 14 + pick(0, 9 * 7 * 86400) + (pick(0, 20) == 0 ? 86400L * 800 : 0);
+            const time_t start = base - 86400 * 14 + pick(0, 22 * 7 * 86400) + (pick(0, 20) == 0 ? 86400L * 800 : 0);
             window = oneOff(start, start + pick(-3600, 24 * 86400));
             break;
         }
@@ -98,6 +106,7 @@ TEST(CellScan, WindowsReadWhatTheMapReads)
                   referenceMax(list, tbl.get(), "hostA", window, recurring, ent))
             << window << (ent ? " with disabled days" : "");
     }
+    EXPECT_GT(listSize(list), weeksBefore + 5);
     // Texts that are no windows read nothing, as in the map.
     for (const char *bad : {"", "-", "abc", "5", "1:0", "99:0-100:0"})
         for (int recurring : {0, 1})

@@ -3,9 +3,7 @@
 // planners, with no text, array or planner made on the heap. It reads the
 // same weeks and cells as ResPlannerList_map with ResPlannerEnt_getMaxRsv,
 // which stays the reference (the planner tests compare the two).
-#include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 #include "planner_internal.h"
 #include "timewin/timewin_internal.h"
@@ -13,19 +11,11 @@
 
 namespace {
 
-// The two halves of a one-off window hold epoch numbers; the same bound as
-// RsvTimeWindow_getWeeks uses, so that a longer half is cut the same way.
-constexpr size_t kTimeTextSize = 64;
 constexpr int kDaysPerWeek = 7;
 
 // Lanes of the maximum: eight counts side by side, a fixed trip count the
 // compiler turns into vector compares even under its cheapest cost model.
 constexpr int kLanes = 8;
-
-time_t epochOf(const char *text)
-{
-    return static_cast<time_t>(std::strtoll(text, nullptr, 10));
-}
 
 int64_t accumulatorArg(int *acc)
 {
@@ -46,29 +36,15 @@ rsv::WindowPoint pointInWeek(const struct tm &tm, bool inWeek, bool isEnd)
 // one, a planner holding the host's recurring bookings.
 int maxOverOneOff(List *list, RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, RsvEnt *rsv)
 {
-    char startText[kTimeTextSize];
-    char endText[kTimeTextSize];
-    RsvTimeWindow_toTimeRangeBounded(timeWindow, startText, endText, sizeof startText);
-    const time_t startTime = epochOf(startText);
-    const time_t endTime = epochOf(endText);
-    struct tm startTm {};
-    struct tm endTm {};
-    if (!localtime_r(&startTime, &startTm) || !localtime_r(&endTime, &endTm))
+    rsv::OneOffSpan span;
+    if (!rsv::oneOffSpan(timeWindow, span))
         return 0;
-    const int startDate = dateToInt(startTm.tm_year + 1900, startTm.tm_mon, startTm.tm_mday);
-    const int endDate = dateToInt(endTm.tm_year + 1900, endTm.tm_mon, endTm.tm_mday);
-    // The weeks run from the start's week to the end's: the first holds the
-    // start, the last the end.
-    const int numWeeks = evalNumWeeks(startDate, endDate);
-    const int firstSunday = numWeeks > 0 ? nextDays(startDate, -startTm.tm_wday) : 0;
-
     int used = 0;
-    for (int i = 0; i < numWeeks; ++i) {
-        const int sunday = i == 0 ? firstSunday : nextDays(firstSunday, i * kDaysPerWeek);
+    for (int i = 0; i < span.numWeeks; ++i) {
         RsvWeek week;
-        rsv::weekFromSunday(sunday, &week);
-        const rsv::WindowPoint start = pointInWeek(startTm, i == 0, false);
-        const rsv::WindowPoint end = pointInWeek(endTm, i == numWeeks - 1, true);
+        rsv::weekFromSunday(rsv::sundayOfSpanWeek(span, i), &week);
+        const rsv::WindowPoint start = pointInWeek(span.startTm, i == 0, false);
+        const rsv::WindowPoint end = pointInWeek(span.endTm, i == span.numWeeks - 1, true);
         if (ResPlanner *planner = rsv::indexedPlannerOfWeek(list, week)) {
             rsv::mapParsedWindow(planner, start, end, ResPlannerEnt_getMaxRsv, accumulatorArg(&used), rsv);
             continue;

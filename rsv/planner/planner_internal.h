@@ -3,6 +3,8 @@
 #ifndef RSV_PLANNER_INTERNAL_H
 #define RSV_PLANNER_INTERNAL_H
 
+#include <ctime>
+
 #include "qob.rsvimpl.h"
 
 namespace rsv {
@@ -111,6 +113,21 @@ void destroyPlannerList(List *list);
 // end's. A new array the caller frees; NULL with *numWeeks 0 when there is
 // none or memory runs out.
 RsvWeek *mapWeeks(List *plannerList, const char *timeWindow, int recurring, int *numWeeks);
+
+// A one-off window "start-end" (epoch seconds) in local time: its two ends,
+// and the calendar weeks from the start's to the end's (none when the end's
+// date lies before the start's), the first holding the start and the last
+// the end.
+struct OneOffSpan {
+    struct tm startTm;
+    struct tm endTm;
+    int numWeeks;
+    int firstSunday; // date integer
+};
+// False when either end has no local time.
+bool oneOffSpan(const char *timeWindow, OneOffSpan &span);
+// The date integer of the Sunday of week `i` (0 .. numWeeks - 1) of the span.
+int sundayOfSpanWeek(const OneOffSpan &span, int i);
 
 // The planner window that a planner of `week` maps for `timeWindow`: the
 // recurring window itself, or the part of the one-off window inside the

@@ -3,7 +3,9 @@
 // bookings (planner_internal.h), so the answers are the module's own, and
 // they never add a planner or a planner list to the table: a host or a week
 // without one is read from a stand-in made as the booking path would make
-// it, and freed before the call returns.
+// it, and freed before the call returns. (A table whose planners are built
+// when first needed builds the hosts they read, which an eager table holds
+// already.)
 #include <algorithm>
 #include <cstdint>
 #include <cstring>

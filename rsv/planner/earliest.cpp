@@ -48,7 +48,10 @@ int resolveHosts(RsvTimeTbl *tbl, const RsvReq *req, std::vector<AskedHost> &hos
         if (!host)
             return RSV_ERR_BAD_HOST;
         h.capacity = host->maxSlots == kUnlimited ? host->numCpus : host->maxSlots;
-        h.list = plannerListIfAny(tbl, h.asked);
+        bool failed = false;
+        h.list = plannerListIfAny(tbl, h.asked, failed);
+        if (failed)
+            return RSV_ERR_NO_MEMORY;
     }
     return RSV_OK;
 }

@@ -7,9 +7,7 @@
 // host reached, in the table's order, every planner holding what a booking
 // of every reservation from scratch gives (the invariant RsvTimeTbl_verify
 // checks on every table).
-#include <cstring>
 #include <functional>
-#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -28,14 +26,35 @@ struct Share {
     int elem;
 };
 
-// Made in place and never destroyed, so that a table freed by a static
-// object's destructor at exit still finds the set; an empty set allocates
-// nothing.
-std::unordered_set<const RsvTimeTbl *> &lazyTables()
+using Shares = std::vector<Share>;
+
+// Looks host names up without making a std::string of them.
+struct NameHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
+};
+
+// Every host's shares in a lazy table, in entry order, then element order,
+// taken in one walk of the entries and kept while no entry comes or goes and
+// no entry's record or allocation vector is replaced (what the recurring
+// index follows too), so that building many hosts costs one walk, not one
+// per host.
+struct SharesByHost {
+    bool made = false;
+    unsigned long long delStamp = 0;
+    unsigned long long generation = 0;
+    int numEntries = 0;
+    std::unordered_map<std::string, Shares, NameHash, std::equal_to<>> byHost;
+};
+
+// The lazy tables, each with its shares. Made in place and never destroyed,
+// so that a table freed by a static object's destructor at exit still finds
+// the map; an empty map allocates nothing.
+using LazyTables = std::unordered_map<const RsvTimeTbl *, SharesByHost>;
+LazyTables &lazyTables()
 {
-    using Tables = std::unordered_set<const RsvTimeTbl *>;
-    alignas(Tables) static unsigned char storage[sizeof(Tables)];
-    static Tables *all = new (storage) Tables;
+    alignas(LazyTables) static unsigned char storage[sizeof(LazyTables)];
+    static LazyTables *all = new (storage) LazyTables;
     return *all;
 }
 
@@ -44,42 +63,55 @@ RsvEnt *entryOf(HashEnt *he)
     return he ? static_cast<RsvEnt *>(he->value) : nullptr;
 }
 
-bool namesHost(const AllocElem &elem, const char *hostName)
+// The shares of `tbl` (a lazy table), taken again when the entries changed.
+// Throws std::bad_alloc (the shares are then dropped).
+const SharesByHost &currentShares(RsvTimeTbl *tbl)
 {
-    return elem.hostName && std::strcmp(elem.hostName, hostName) == 0;
-}
-
-// Every share of `hostName` in the table, in entry order, then element order.
-// Throws std::bad_alloc.
-std::vector<Share> sharesOf(RsvTimeTbl *tbl, const char *hostName)
-{
-    std::vector<Share> shares;
-    HashIter iter;
-    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
-        RsvEnt *ent = entryOf(he);
-        for (int i = 0; ent && ent->allocVector && i < ent->numHosts; ++i)
-            if (namesHost(ent->allocVector[i], hostName))
-                shares.push_back({ent, i});
+    SharesByHost &shares = lazyTables()[tbl];
+    const int numEntries = h_numEnts_(&tbl->entries);
+    if (shares.made && shares.delStamp == tbl->entries.delStamp &&
+        shares.generation == rsv::recordChangeGeneration() && shares.numEntries == numEntries)
+        return shares;
+    shares.made = false;
+    shares.byHost.clear();
+    try {
+        HashIter iter;
+        for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+            RsvEnt *ent = entryOf(he);
+            for (int i = 0; ent && ent->allocVector && i < ent->numHosts; ++i) {
+                const char *host = ent->allocVector[i].hostName;
+                if (!host)
+                    continue;
+                auto found = shares.byHost.find(std::string_view(host));
+                if (found == shares.byHost.end())
+                    found = shares.byHost.emplace(host, Shares()).first;
+                found->second.push_back({ent, i});
+            }
+        }
+    } catch (...) {
+        shares.byHost.clear();
+        throw;
     }
+    shares.delStamp = tbl->entries.delStamp;
+    shares.generation = rsv::recordChangeGeneration();
+    shares.numEntries = numEntries;
+    shares.made = true;
     return shares;
 }
 
-bool namedByAnEntry(RsvTimeTbl *tbl, const char *hostName)
+// The shares of `hostName` in `tbl`, NULL when it has none. Throws
+// std::bad_alloc.
+const Shares *sharesOf(RsvTimeTbl *tbl, const char *hostName)
 {
-    HashIter iter;
-    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
-        RsvEnt *ent = entryOf(he);
-        for (int i = 0; ent && ent->allocVector && i < ent->numHosts; ++i)
-            if (namesHost(ent->allocVector[i], hostName))
-                return true;
-    }
-    return false;
+    const SharesByHost &shares = currentShares(tbl);
+    const auto found = shares.byHost.find(std::string_view(hostName));
+    return found == shares.byHost.end() ? nullptr : &found->second;
 }
 
 // The weeks the one-off bookings of `shares` reach, each added to the list as
 // an empty planner where the list has none, in the order the bookings would
 // have added them. False when memory runs out.
-bool addOneOffWeeks(List *list, const char *hostName, const std::vector<Share> &shares)
+bool addOneOffWeeks(List *list, const char *hostName, const Shares &shares)
 {
     for (const Share &share : shares) {
         const RsvEnt *ent = share.ent;
@@ -122,7 +154,10 @@ List *buildPlannerList(RsvTimeTbl *tbl, const char *hostName) noexcept
     if (!list)
         return nullptr;
     try {
-        const std::vector<Share> shares = sharesOf(tbl, hostName);
+        // A copy: the booking below reads entries only, but the shares of
+        // the table are taken again whenever they are asked for after a change.
+        const Shares *found = sharesOf(tbl, hostName);
+        const Shares shares = found ? *found : Shares();
         // With every week in place first, no booking below makes a planner,
         // so none takes the recurring bookings in twice.
         bool complete = addOneOffWeeks(list, hostName, shares);
@@ -142,14 +177,25 @@ List *buildPlannerList(RsvTimeTbl *tbl, const char *hostName) noexcept
     return nullptr;
 }
 
-List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName) noexcept
+List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName, bool &failed) noexcept
 {
+    failed = false;
     HashEnt *he = h_getEnt_(&tbl->plannerLists, hostName);
     if (he)
         return static_cast<List *>(he->value);
-    if (!plannersLazy(tbl) || !namedByAnEntry(tbl, hostName))
+    if (!plannersLazy(tbl))
         return nullptr;
-    return RsvTimeTbl_getPlannerList(tbl, hostName);
+    try {
+        if (!sharesOf(tbl, hostName))
+            return nullptr;
+    } catch (const std::bad_alloc &) {
+        noteAllocationFailure();
+        failed = true;
+        return nullptr;
+    }
+    List *list = RsvTimeTbl_getPlannerList(tbl, hostName);
+    failed = list == nullptr;
+    return list;
 }
 
 bool buildAllPlannerLists(RsvTimeTbl *tbl) noexcept
@@ -188,7 +234,7 @@ int RsvTimeTbl_setLazyPlanners(RsvTimeTbl *tbl, int lazy)
     const int previous = rsv::plannersLazy(tbl) ? 1 : 0;
     if (lazy) {
         try {
-            lazyTables().insert(tbl);
+            lazyTables().try_emplace(tbl);
         } catch (const std::bad_alloc &) {
             rsv::noteAllocationFailure();
             qob_errno = RSV_ERR_NO_MEMORY;

@@ -48,6 +48,10 @@ bool recurringSharesSameEveryWeek(RsvTimeTbl *tbl, const char *hostName);
 // count replaced: every index is made again on its next use.
 void noteRecurringChange();
 
+// How many in-place changes noteRecurringChange() has counted: a record,
+// allocation vector or host count of an entry in a table replaced.
+unsigned long long recordChangeGeneration();
+
 // Forget the index of `tbl` (the table is being freed). NULL is ignored.
 void dropRecurringIndex(const RsvTimeTbl *tbl);
 
@@ -210,8 +214,9 @@ List *buildPlannerList(RsvTimeTbl *tbl, const char *hostName) noexcept;
 
 // The host's planner list in the table, or, in a lazy table, the one built
 // now when a reservation of the table holds the host; NULL when the host has
-// none (nor would have in an eager table) or memory runs out.
-List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName) noexcept;
+// none (nor would have in an eager table), or with `failed` set when memory
+// runs out.
+List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName, bool &failed) noexcept;
 
 // Builds the planner list of every host a reservation holds that has none
 // yet. False when memory runs out (the lists built so far stay).

@@ -116,6 +116,28 @@ void BM_MaxAvail_WeekWithPlanner(benchmark::State &state)
 }
 BENCHMARK(BM_MaxAvail_WeekWithPlanner);
 
+// The same on a host holding a planner in each of 53 weeks, the asked one
+// last in its list: the cost of finding the week's planner.
+void BM_MaxAvail_WeekWithPlanner_53WeeksInList(benchmark::State &state)
+{
+    World w;
+    const std::string host = hostName(0);
+    const time_t base = localTime(2026, 1, 7, 12, 0);
+    for (int week = 0; week < 53; ++week) {
+        const time_t t = base + static_cast<time_t>(week) * 7 * 86400;
+        addAndBook(w.tbl, makeEntry("bob#" + std::to_string(week), 0, oneOff(t, t + 600), {{host, 1}}));
+    }
+    const std::string window = oneWeek(2027, 1, 3);
+    int avail = 0;
+    for (auto _ : state) {
+        avail = Rsv_getMaxAvailonHost(w.tbl, host.c_str(), window.c_str(), 0, nullptr);
+        benchmark::DoNotOptimize(avail);
+    }
+    if (avail != kCapacity - 1)
+        state.SkipWithError("wrong availability");
+}
+BENCHMARK(BM_MaxAvail_WeekWithPlanner_53WeeksInList);
+
 void BM_MaxAvail_WeekWithoutPlanner_10kReservations(benchmark::State &state)
 {
     World w;

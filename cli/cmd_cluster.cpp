@@ -92,6 +92,9 @@ int runCheck(GlobalOptions &global)
 {
     Session session(resolveStateDir(global.stateDir), Access::Read);
     RsvTimeTbl *tbl = session.table();
+    // The check walks every host's planners: all of them are built first.
+    if (RsvTimeTbl_setLazyPlanners(tbl, 0) < 0)
+        fileError("cannot check the table: out of memory");
     // First, before anything below reads the table: the files read back to
     // this very table.
     const std::string filesDiffer = filesAgainstTable(session);

@@ -223,6 +223,10 @@ Session::Session(const std::string &stateDir, Access access, ClusterSource sourc
         // before the load, so that the id file's counters are kept.
         if (RsvTimeTbl_setDurable(table_, 1) < 0)
             fileError(fmt::format("cannot use state file '{}': out of memory", stateFile_));
+        // A command reads or changes a few reservations: each host's planners
+        // are built when the command first needs them, not all at the load.
+        if (RsvTimeTbl_setLazyPlanners(table_, 1) < 0)
+            fileError(fmt::format("cannot use state file '{}': out of memory", stateFile_));
         const auto loadStart = std::chrono::steady_clock::now();
         int restored = RsvTimeTbl_load(table_, &numRejected_);
         if (restored < 0)

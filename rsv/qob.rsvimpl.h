@@ -1287,6 +1287,38 @@ typedef void (*RsvVerifyProblem)(void *context, const char *problem);
 int RsvTimeTbl_verify(RsvTimeTbl *tbl, RsvVerifyProblem report, void *context);
 
 /* ======================================================================== */
+/* Planners built when first needed                                         */
+/* ======================================================================== */
+/* By default every booking reaches its hosts' planners at once: start-up
+ * books every reservation into every week it touches, which a daemon pays
+ * once. A front end that loads the table for each command and then reads or
+ * changes one reservation switches the table to lazy planners before
+ * RsvTimeTbl_load: a host's planners are then built from the table's
+ * reservations the first time any call needs them (all weeks of that host
+ * at once, in the order and with the cells the bookings would have given
+ * them), and every call returns what it returns on an eager table. The
+ * front-end queries and the earliest-fit searches may then build the
+ * planners of the hosts they read, which an eager table already holds;
+ * RsvTimeTbl_checkEntries builds every host's. A change that is undone
+ * takes the planners it built away again. RsvTimeTbl_verify checks the
+ * built hosts' planners; an unbuilt host needs no planner list. The
+ * table's planner lists (tbl->plannerLists) then hold only the built hosts,
+ * in the order they were built: a caller that walks them switches the table
+ * back to eager first. */
+
+/* Switch `tbl` to planners built when first needed (`lazy` non-zero) or back
+ * to planners booked at once; switching back builds every host's planners
+ * now. Nothing is written. Returns the previous mode (0 or 1), or -1 for a
+ * NULL table or, with qob_errno RSV_ERR_NO_MEMORY, when memory runs out (the
+ * mode is then unchanged; planners built before the shortage stay built,
+ * which changes no result). */
+int RsvTimeTbl_setLazyPlanners(RsvTimeTbl *tbl, int lazy);
+
+/* 1 when `tbl` builds its planners when first needed, else 0 (also for
+ * NULL). */
+int RsvTimeTbl_isLazyPlanners(const RsvTimeTbl *tbl);
+
+/* ======================================================================== */
 /* Earliest fit                                                             */
 /* ======================================================================== */
 /* Where a reservation would fit, found without booking it. Each call reads

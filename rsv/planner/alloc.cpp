@@ -11,20 +11,13 @@ namespace {
 // Debug bits under which the entry lines of this unit are written.
 constexpr int kLogEntering = LC_RSV | LC_TRACE;
 
-int64_t accumulatorArg(int *acc)
-{
-    return static_cast<int64_t>(reinterpret_cast<intptr_t>(acc));
-}
-
 // The largest count booked on `hostName` in any cell that `timeWindow` covers,
-// without leaving a planner behind.
+// without leaving a planner behind: what ResPlannerList_map with
+// ResPlannerEnt_getMaxRsv finds, read without heap traffic.
 int maxReserved(List *list, RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring,
                 RsvEnt *ent)
 {
-    int used = 0;
-    ResPlannerList_map(list, tbl, hostName, timeWindow, recurring, ResPlannerEnt_getMaxRsv, accumulatorArg(&used),
-                       0, ent);
-    return used;
+    return rsv::maxBookedOverWindow(list, tbl, hostName, timeWindow, recurring, ent);
 }
 
 } // namespace

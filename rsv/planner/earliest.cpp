@@ -7,6 +7,7 @@
 #include <new>
 
 #include "earliest_internal.h"
+#include "planner_internal.h"
 
 namespace rsv::fit {
 
@@ -47,8 +48,10 @@ int resolveHosts(RsvTimeTbl *tbl, const RsvReq *req, std::vector<AskedHost> &hos
         if (!host)
             return RSV_ERR_BAD_HOST;
         h.capacity = host->maxSlots == kUnlimited ? host->numCpus : host->maxSlots;
-        HashEnt *he = h_getEnt_(&tbl->plannerLists, h.asked);
-        h.list = he ? static_cast<List *>(he->value) : nullptr;
+        bool failed = false;
+        h.list = plannerListIfAny(tbl, h.asked, failed);
+        if (failed)
+            return RSV_ERR_NO_MEMORY;
     }
     return RSV_OK;
 }

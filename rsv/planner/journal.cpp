@@ -34,6 +34,7 @@ void destroyPlannerElement(void *planner)
 
 void destroyList(List *list)
 {
+    rsv::forgetWeekIndex(list);
     if (list)
         listDestroy(list, destroyPlannerElement);
 }

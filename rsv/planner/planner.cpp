@@ -8,6 +8,8 @@
 
 namespace {
 
+using rsv::WindowPoint;
+
 constexpr int kDays = RSV_PLANNER_DAYS;
 constexpr int kSlotsPerDay = RSV_PLANNER_SLOTS_PER_DAY;
 constexpr int kSlotsPerHour = 6;
@@ -23,14 +25,6 @@ constexpr size_t kWindowTextSize = 256;
 constexpr const char *kWholeWeek = "0:0:0-0:0:0";
 // An open end of a planner window: the week's first or last moment.
 constexpr const char *kOpenEnd = "0:0:0";
-
-// One end of a planner window, after parsing.
-struct WindowPoint {
-    int day = 0;        // 0 = none (daily window), 1..6, 7 = Sunday
-    float hour = 0.0f;  // whole hour
-    float minute = 0.0f;
-    int slot = 0;       // 0..144
-};
 
 int clampSlot(int slot)
 {
@@ -83,13 +77,8 @@ void applyRange(ResPlanner *planner, int day, int from, int to, ResPlannerOp op,
             row[s].reserved = static_cast<int>(static_cast<int64_t>(row[s].reserved) - n);
     } else if (op == &ResPlannerEnt_getMaxRsv) {
         int *acc = reinterpret_cast<int *>(static_cast<intptr_t>(arg));
-        if (!acc)
-            return;
-        int best = *acc;
-        for (int s = from; s < to; ++s)
-            if (row[s].reserved > best)
-                best = row[s].reserved;
-        *acc = best;
+        if (acc)
+            *acc = rsv::maxBookedInCells(&row[from], to - from, *acc);
     } else {
         for (int s = from; s < to; ++s)
             op(&row[s], arg);
@@ -269,6 +258,41 @@ void ResPlanner_map(ResPlanner *planner, const char *timeWindow, ResPlannerOp op
     WindowPoint end;
     if (!parseWindow(timeWindow, start, end))
         return;
+    rsv::mapParsedWindow(planner, start, end, op, arg, rsv);
+}
+
+} // extern "C"
+
+namespace rsv {
+
+WindowPoint pointOfClock(int day, int hour, int minute, bool isEnd)
+{
+    WindowPoint point;
+    point.day = day;
+    point.hour = static_cast<float>(hour);
+    point.minute = static_cast<float>(minute);
+    point.slot = slotOf(point.hour, isEnd ? point.minute + kEndMinuteRoundUp : point.minute);
+    return point;
+}
+
+WindowPoint openWindowEnd(bool isEnd)
+{
+    WindowPoint point;
+    point.day = isEnd ? 6 : 0;
+    point.slot = isEnd ? kSlotsPerDay : 0;
+    return point;
+}
+
+bool parsePlannerWindow(const char *timeWindow, WindowPoint &start, WindowPoint &end)
+{
+    return timeWindow && parseWindow(timeWindow, start, end);
+}
+
+void mapParsedWindow(ResPlanner *planner, const WindowPoint &start, const WindowPoint &end, ResPlannerOp op,
+                     int64_t arg, RsvEnt *rsv)
+{
+    if (!planner || !op)
+        return;
     int thisWeek[kDays] = {0, 0, 0, 0, 0, 0, 0};
     int previousWeek[kDays] = {0, 0, 0, 0, 0, 0, 0};
     disabledDaysOf(planner, rsv, thisWeek, previousWeek);
@@ -277,6 +301,10 @@ void ResPlanner_map(ResPlanner *planner, const char *timeWindow, ResPlannerOp op
     else
         mapWithDays(planner, start, end, thisWeek, previousWeek, op, arg);
 }
+
+} // namespace rsv
+
+extern "C" {
 
 // Book every recurring reservation's slots on `hostName` (exact, case-sensitive
 // match of the allocation's host name) into `planner`, in the table's entry
@@ -351,6 +379,7 @@ int64_t ResPlannerEnt_getMaxRsv(ResPlannerEnt *cell, int64_t accumulator)
 // ignored.
 void freePlanner(void *plannerList)
 {
+    rsv::forgetWeekIndex(static_cast<List *>(plannerList));
     if (plannerList)
         listDestroy(static_cast<List *>(plannerList), freePlanner_t);
 }

@@ -3,6 +3,8 @@
 #ifndef RSV_PLANNER_INTERNAL_H
 #define RSV_PLANNER_INTERNAL_H
 
+#include <ctime>
+
 #include "qob.rsvimpl.h"
 
 namespace rsv {
@@ -45,6 +47,10 @@ bool recurringSharesSameEveryWeek(RsvTimeTbl *tbl, const char *hostName);
 // An entry already in a table has had its record, allocation vector or host
 // count replaced: every index is made again on its next use.
 void noteRecurringChange();
+
+// How many in-place changes noteRecurringChange() has counted: a record,
+// allocation vector or host count of an entry in a table replaced.
+unsigned long long recordChangeGeneration();
 
 // Forget the index of `tbl` (the table is being freed). NULL is ignored.
 void dropRecurringIndex(const RsvTimeTbl *tbl);
@@ -112,6 +118,21 @@ void destroyPlannerList(List *list);
 // none or memory runs out.
 RsvWeek *mapWeeks(List *plannerList, const char *timeWindow, int recurring, int *numWeeks);
 
+// A one-off window "start-end" (epoch seconds) in local time: its two ends,
+// and the calendar weeks from the start's to the end's (none when the end's
+// date lies before the start's), the first holding the start and the last
+// the end.
+struct OneOffSpan {
+    struct tm startTm;
+    struct tm endTm;
+    int numWeeks;
+    int firstSunday; // date integer
+};
+// False when either end has no local time.
+bool oneOffSpan(const char *timeWindow, OneOffSpan &span);
+// The date integer of the Sunday of week `i` (0 .. numWeeks - 1) of the span.
+int sundayOfSpanWeek(const OneOffSpan &span, int i);
+
 // The planner window that a planner of `week` maps for `timeWindow`: the
 // recurring window itself, or the part of the one-off window inside the
 // week. A new text the caller frees; NULL when memory runs out.
@@ -124,6 +145,82 @@ ResPlanner *plannerOfWeek(List *plannerList, const RsvWeek *week);
 // week without a planner gets when a window first reaches it. Owned by the
 // caller; NULL when memory runs out.
 ResPlanner *newWeekPlanner(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week);
+
+// One end of a planner window, parsed (planner.cpp).
+struct WindowPoint {
+    int day = 0;        // 0 = none (daily window), 1..6, 7 = Sunday
+    float hour = 0.0f;  // whole hour
+    float minute = 0.0f;
+    int slot = 0;       // 0..144
+};
+
+// The two ends of the planner window `timeWindow` as ResPlanner_map reads
+// them; false when the text is not one (NULL included).
+bool parsePlannerWindow(const char *timeWindow, WindowPoint &start, WindowPoint &end);
+
+// The end that ResPlanner_map reads from the time expression "day:hour:minute"
+// (day 1..7, hour 0..23, minute 0..59), without writing or parsing the text.
+WindowPoint pointOfClock(int day, int hour, int minute, bool isEnd);
+
+// The end that ResPlanner_map reads from an open end "0:0:0": the week's
+// beginning (start) or its end.
+WindowPoint openWindowEnd(bool isEnd);
+
+// ResPlanner_map after its parse: `op` with `arg` over the cells between the
+// two ends, with the disabled days of `rsv` skipped on a dated planner.
+void mapParsedWindow(ResPlanner *planner, const WindowPoint &start, const WindowPoint &end, ResPlannerOp op,
+                     int64_t arg, RsvEnt *rsv);
+
+// The first planner of `week` in `list`, as plannerOfWeek finds it, through
+// an index of the list by week (weekindex.cpp) made on first use and made
+// again after the list changed. Falls back to a walk when memory runs out.
+// A daemon must therefore change planner lists only through the module's
+// calls (lists only grow at their back).
+ResPlanner *indexedPlannerOfWeek(List *list, const RsvWeek &week) noexcept;
+
+// `list` is being destroyed: its week index goes with it. NULL is ignored.
+void forgetWeekIndex(const List *list) noexcept;
+
+// The largest of `init` and the counts of `count` consecutive cells (none
+// when count <= 0), in a loop the compiler turns into vector code
+// (cellscan.cpp).
+int maxBookedInCells(const ResPlannerEnt *cells, int count, int init) noexcept;
+
+// What ResPlannerList_map with ResPlannerEnt_getMaxRsv finds over
+// `timeWindow` on the host's list, starting from 0: the same weeks, windows
+// and cells, but without a week array, a window text or a new planner on the
+// heap (a week without a planner is filled on the stack). `list` NULL gives
+// 0, as the map gives. Allocates nothing unless the host's recurring
+// bookings have to be read through the recurring index the first time.
+int maxBookedOverWindow(List *list, RsvTimeTbl *tbl, const char *hostName, const char *timeWindow, int recurring,
+                        RsvEnt *rsv);
+
+// Planners built when first needed (lazyplanners.cpp). In a lazy table a
+// host without a planner list whose reservations are in the table is
+// unbuilt: its bookings live only in the entries until a call asks for the
+// list, which RsvTimeTbl_getPlannerList then builds from them.
+
+// Whether `tbl` builds its hosts' planners when first needed.
+bool plannersLazy(const RsvTimeTbl *tbl) noexcept;
+
+// Forget the mode of `tbl` (the table is being freed). NULL is ignored.
+void dropLazyPlanners(const RsvTimeTbl *tbl) noexcept;
+
+// A new planner list of `hostName` holding the bookings of every share of
+// the host in the table, weeks in the order the bookings of the table's
+// entries would add them. In no table; NULL when memory runs out (counted as
+// a failed allocation, nothing left behind).
+List *buildPlannerList(RsvTimeTbl *tbl, const char *hostName) noexcept;
+
+// The host's planner list in the table, or, in a lazy table, the one built
+// now when a reservation of the table holds the host; NULL when the host has
+// none (nor would have in an eager table), or with `failed` set when memory
+// runs out.
+List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName, bool &failed) noexcept;
+
+// Builds the planner list of every host a reservation holds that has none
+// yet. False when memory runs out (the lists built so far stay).
+bool buildAllPlannerLists(RsvTimeTbl *tbl) noexcept;
 
 // What a host can hold: its configured slot limit, or its processor count
 // when no limit is configured (alloc.cpp).

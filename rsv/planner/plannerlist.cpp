@@ -57,6 +57,7 @@ List *newPlannerList(const char *hostName)
 
 void destroyPlannerList(List *list)
 {
+    forgetWeekIndex(list);
     if (list)
         listDestroy(list, destroyPlannerElement);
 }
@@ -75,6 +76,32 @@ ResPlanner *plannerOfWeek(List *plannerList, const RsvWeek *week)
 {
     return reinterpret_cast<ResPlanner *>(
         listSearchEntry(plannerList, const_cast<RsvWeek *>(week), ResPlanner_equal, 0));
+}
+
+bool oneOffSpan(const char *timeWindow, OneOffSpan &span)
+{
+    char startText[kTimeTextSize];
+    char endText[kTimeTextSize];
+    RsvTimeWindow_toTimeRangeBounded(timeWindow, startText, endText, sizeof startText);
+    const time_t startTime = epochOf(startText);
+    const time_t endTime = epochOf(endText);
+    span.startTm = {};
+    span.endTm = {};
+    if (!localtime_r(&startTime, &span.startTm) || !localtime_r(&endTime, &span.endTm))
+        return false;
+    const int startDate = dateToInt(span.startTm.tm_year + 1900, span.startTm.tm_mon, span.startTm.tm_mday);
+    const int endDate = dateToInt(span.endTm.tm_year + 1900, span.endTm.tm_mon, span.endTm.tm_mday);
+    span.numWeeks = evalNumWeeks(startDate, endDate);
+    span.firstSunday = span.numWeeks > 0 ? nextDays(startDate, -span.startTm.tm_wday) : 0;
+    return true;
+}
+
+int sundayOfSpanWeek(const OneOffSpan &span, int i)
+{
+    // Calendar weeks, Sunday to Sunday, rather than 604800 seconds: a
+    // daylight-saving change inside the window would otherwise skip a week
+    // (or repeat one) and leave part of the window unbooked.
+    return i == 0 ? span.firstSunday : nextDays(span.firstSunday, i * kDaysPerWeek);
 }
 
 ResPlanner *newWeekPlanner(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *week)
@@ -106,7 +133,8 @@ List *RsvTimeTbl_getPlannerList(RsvTimeTbl *tbl, const char *hostName)
     if (found)
         return current;
 
-    List *list = rsv::newPlannerList(hostName);
+    // A lazy table builds the host's planners from its reservations now.
+    List *list = rsv::plannersLazy(tbl) ? rsv::buildPlannerList(tbl, hostName) : rsv::newPlannerList(hostName);
     if (!list)
         return nullptr;
     HashEnt *he = h_addEnt_(&tbl->plannerLists, hostName, nullptr);
@@ -191,30 +219,15 @@ RsvWeek *RsvTimeWindow_getWeeks(const char *timeWindow, int *numWeeks)
         *numWeeks = 0;
     if (!timeWindow || !numWeeks)
         return nullptr;
-    char startText[kTimeTextSize];
-    char endText[kTimeTextSize];
-    RsvTimeWindow_toTimeRangeBounded(timeWindow, startText, endText, sizeof startText);
-    const time_t startTime = epochOf(startText);
-    const time_t endTime = epochOf(endText);
-
-    struct tm startTm {};
-    struct tm endTm {};
-    if (!localtime_r(&startTime, &startTm) || !localtime_r(&endTime, &endTm))
+    rsv::OneOffSpan span;
+    if (!rsv::oneOffSpan(timeWindow, span) || span.numWeeks <= 0)
         return nullptr;
-    const int startDate = dateToInt(startTm.tm_year + 1900, startTm.tm_mon, startTm.tm_mday);
-    const int endDate = dateToInt(endTm.tm_year + 1900, endTm.tm_mon, endTm.tm_mday);
-    const int count = evalNumWeeks(startDate, endDate);
-    if (count <= 0)
-        return nullptr;
+    const int count = span.numWeeks;
     auto *weeks = static_cast<RsvWeek *>(rsv::allocRecord(count, sizeof(RsvWeek), "RsvTimeWindow_getWeeks"));
     if (!weeks)
         return nullptr;
-    // Step by calendar weeks, Sunday to Sunday, rather than by 604800 seconds:
-    // a daylight-saving change inside the window would otherwise skip a week
-    // (or repeat one) and leave part of the window unbooked.
-    const int firstSunday = nextDays(startDate, -startTm.tm_wday);
     for (int i = 0; i < count; ++i)
-        rsv::weekFromSunday(nextDays(firstSunday, i * kDaysPerWeek), &weeks[i]);
+        rsv::weekFromSunday(rsv::sundayOfSpanWeek(span, i), &weeks[i]);
     *numWeeks = count;
     return weeks;
 }

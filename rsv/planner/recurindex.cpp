@@ -303,6 +303,11 @@ void noteRecurringChange()
     ++changeGeneration;
 }
 
+unsigned long long recordChangeGeneration()
+{
+    return changeGeneration;
+}
+
 void dropRecurringIndex(const RsvTimeTbl *tbl)
 {
     if (tbl)

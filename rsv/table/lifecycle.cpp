@@ -94,6 +94,7 @@ void RsvTimeTbl_free(RsvTimeTbl *tbl)
     if (!tbl)
         return;
     rsv::dropRecurringIndex(tbl);
+    rsv::dropLazyPlanners(tbl);
     rsv::dropTableSettings(tbl);
     h_freeTab_(&tbl->entries, destroyEntry);
     h_freeTab_(&tbl->plannerLists, destroyPlannerList);

@@ -3,7 +3,9 @@
 // bookings (planner_internal.h), so the answers are the module's own, and
 // they never add a planner or a planner list to the table: a host or a week
 // without one is read from a stand-in made as the booking path would make
-// it, and freed before the call returns.
+// it, and freed before the call returns. (A table whose planners are built
+// when first needed builds the hosts they read, which an eager table holds
+// already.)
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -28,20 +30,20 @@ int fail(int error) noexcept
     return -1;
 }
 
-// The host's planner list in the table, or NULL.
-List *listInTable(RsvTimeTbl *tbl, const char *hostName) noexcept
+// The host's planner list in the table (built now in a lazy table), or NULL;
+// `failed` tells a shortage from a host without one.
+List *listInTable(RsvTimeTbl *tbl, const char *hostName, bool &failed) noexcept
 {
-    HashEnt *he = h_getEnt_(&tbl->plannerLists, hostName);
-    return he ? static_cast<List *>(he->value) : nullptr;
+    return rsv::plannerListIfAny(tbl, hostName, failed);
 }
 
 // The host's planner list, or, for a host without one, a stand-in made as
 // RsvTimeTbl_getPlannerList would make it and never put in the table.
 class HostPlanners {
 public:
-    HostPlanners(RsvTimeTbl *tbl, const char *hostName) noexcept : list_(listInTable(tbl, hostName))
+    HostPlanners(RsvTimeTbl *tbl, const char *hostName) noexcept : list_(listInTable(tbl, hostName, failed_))
     {
-        if (!list_) {
+        if (!list_ && !failed_) {
             list_ = rsv::newPlannerList(hostName);
             standIn_ = true;
         }
@@ -53,10 +55,12 @@ public:
     }
     HostPlanners(const HostPlanners &) = delete;
     HostPlanners &operator=(const HostPlanners &) = delete;
-    // NULL when the stand-in could not be made.
+    // NULL when memory ran out (for the stand-in, or building the host's
+    // list in a lazy table).
     List *list() const noexcept { return list_; }
 
 private:
+    bool failed_ = false; // before list_, which is made with it
     List *list_;
     bool standIn_ = false;
 };
@@ -217,9 +221,10 @@ int RsvTimeTbl_plannerWeeks(RsvTimeTbl *tbl, const char *hostName, RsvWeek **wee
         *weeks = nullptr;
     if (!tbl || !hostName || !weeks)
         return fail(RSV_ERR_BAD_ARGUMENT);
-    List *list = listInTable(tbl, hostName);
+    bool failed = false;
+    List *list = listInTable(tbl, hostName, failed);
     if (!list)
-        return 0;
+        return failed ? fail(RSV_ERR_NO_MEMORY) : 0;
     int count = 0;
     for (ListEntry *e = list->forw; e != reinterpret_cast<ListEntry *>(list); e = e->forw)
         ++count;
@@ -248,8 +253,12 @@ int RsvTimeTbl_peakBooked(RsvTimeTbl *tbl, const char *hostName, const RsvWeek *
         if (!planner)
             return fail(RSV_ERR_NO_MEMORY);
         notePeak(*planner, peak, cell);
-    } else if (List *list = listInTable(tbl, hostName)) {
-        for (ListEntry *e = list->forw; e != reinterpret_cast<ListEntry *>(list); e = e->forw)
+    } else {
+        bool failed = false;
+        List *list = listInTable(tbl, hostName, failed);
+        if (failed)
+            return fail(RSV_ERR_NO_MEMORY);
+        for (ListEntry *e = list ? list->forw : nullptr; e && e != reinterpret_cast<ListEntry *>(list); e = e->forw)
             notePeak(*reinterpret_cast<const ResPlanner *>(e), peak, cell);
     }
     if (at)

@@ -244,7 +244,9 @@ void RsvTimeTbl_restoreEntry(RsvTimeTbl *tbl, RsvEnt *ent)
         const AllocElem &elem = ent->allocVector[i];
         if (!elem.hostName)
             continue;
-        List *list = RsvTimeTbl_getPlannerList(tbl, elem.hostName);
+        // A lazy table books an unbuilt host when its planners are built.
+        const bool unbuilt = rsv::plannersLazy(tbl) && !h_getEnt_(&tbl->plannerLists, elem.hostName);
+        List *list = unbuilt ? nullptr : RsvTimeTbl_getPlannerList(tbl, elem.hostName);
         ResPlannerList_map(list, tbl, elem.hostName, ent->timeWindow, ent->options & RSV_OPT_RECURRING,
                            ResPlannerEnt_incr, elem.numSlots, 1, ent);
         // Added once per host, always the same key and value: the entry is
@@ -384,7 +386,9 @@ void RsvTimeTbl_checkEntries(RsvTimeTbl *tbl)
         }
     }
     // The host's list already exists, so checking it adds no key to the
-    // table being walked.
+    // table being walked; a lazy table builds every host's first.
+    if (rsv::plannersLazy(tbl))
+        rsv::buildAllPlannerLists(tbl);
     for (HashEnt *he = h_firstEnt_(&tbl->plannerLists, &iter); he; he = h_nextEnt_(&iter))
         RsvTimeTbl_checkHost(tbl, he->key);
 }

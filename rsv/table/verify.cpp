@@ -227,9 +227,13 @@ void checkEntries(RsvTimeTbl *tbl, Problems &problems)
     }
 }
 
-// A planner list for every host a reservation holds.
+// A planner list for every host a reservation holds. A lazy table builds a
+// host's list from its reservations when first asked for it, so a host
+// without one is as it should be there.
 void checkHostLists(RsvTimeTbl *tbl, Problems &problems)
 {
+    if (rsv::plannersLazy(tbl))
+        return;
     HashIter iter;
     for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
         const auto *ent = static_cast<const RsvEnt *>(he->value);

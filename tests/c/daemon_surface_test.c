@@ -1464,6 +1464,27 @@ static void testTable(const Paths *p)
     freeRequest(&fitReq);
     CHECK_INT(h_numEnts_(&restarted->plannerLists), numLists);
 
+    /* Planners built when first needed: a load that builds none, the same
+     * answers, and every host built when the table goes back to eager. */
+    CHECK_INT(RsvTimeTbl_isLazyPlanners(NULL), 0);
+    CHECK_INT(RsvTimeTbl_setLazyPlanners(NULL, 1), -1);
+    RsvTimeTbl *lazy = RsvTimeTbl_new(p->state);
+    CHECK_INT(RsvTimeTbl_isLazyPlanners(lazy), 0);
+    CHECK_INT(RsvTimeTbl_setLazyPlanners(lazy, 1), 0);
+    CHECK_INT(RsvTimeTbl_isLazyPlanners(lazy), 1);
+    CHECK_INT(RsvTimeTbl_load(lazy, NULL), h_numEnts_(&restarted->entries));
+    CHECK_INT(h_numEnts_(&lazy->plannerLists), 0);
+    CHECK_INT(RsvTimeTbl_freeSlots(lazy, "hostB", wedHour, 0, NULL), 3);
+    CHECK_INT(RsvTimeTbl_freeSlots(lazy, "hostB", wedHour, 0, "bob#0"), 4);
+    CHECK_INT(h_numEnts_(&lazy->plannerLists), 1);
+    problems = 0;
+    CHECK_INT(RsvTimeTbl_verify(lazy, countProblem, &problems), 0);
+    CHECK_INT(RsvTimeTbl_setLazyPlanners(lazy, 0), 1);
+    CHECK_INT(RsvTimeTbl_isLazyPlanners(lazy), 0);
+    CHECK_INT(h_numEnts_(&lazy->plannerLists), numLists);
+    CHECK_INT(RsvTimeTbl_verify(lazy, countProblem, &problems), 0);
+    RsvTimeTbl_free(lazy);
+
     /* A system reservation made by operator ops: the creator is in the
      * saved record; a creator with a blank is refused before anything. */
     RsvReq byOps;

@@ -136,8 +136,10 @@ struct Files {
     }
 };
 
-// Default and durable saving, each with either kind of shortage.
-class OomTest : public ::testing::TestWithParam<std::tuple<bool, Fault>> {
+// Default and durable saving, each with either kind of shortage, on a table
+// whose planners are booked at once and on one, loaded again from its file,
+// whose planners are built when first needed.
+class OomTest : public ::testing::TestWithParam<std::tuple<bool, Fault, bool>> {
 protected:
     OomTest() : tz_("America/New_York"), clock_(0)
     {
@@ -146,6 +148,14 @@ protected:
             daemon.addHost(h, 8)->status = 0; // removed only when named
         tbl.reset(RsvTimeTbl_new(dir.file("rsv.state").c_str()));
         buildTable();
+        if (lazy()) {
+            // Loaded again, every host's planners unbuilt until a call needs them.
+            RsvId_clearTbl();
+            tbl.reset(RsvTimeTbl_new(dir.file("rsv.state").c_str()));
+            EXPECT_EQ(RsvTimeTbl_setLazyPlanners(tbl.get(), 1), 0);
+            EXPECT_EQ(RsvTimeTbl_load(tbl.get(), nullptr), 5);
+            EXPECT_EQ(h_numEnts_(&tbl->plannerLists), 0);
+        }
         if (durable()) {
             EXPECT_EQ(RsvTimeTbl_setDurable(tbl.get(), 1), 0);
             EXPECT_EQ(RsvTimeTbl_save(tbl.get()), RSV_OK);
@@ -155,6 +165,7 @@ protected:
 
     bool durable() const { return std::get<0>(GetParam()); }
     Fault fault() const { return std::get<1>(GetParam()); }
+    bool lazy() const { return std::get<2>(GetParam()); }
 
     // Allocations from the next one on: `n` go through, the rest fail.
     void failAfter(int n)
@@ -258,14 +269,16 @@ protected:
     int lastAllocations_ = 0;
 };
 
-std::string paramName(const ::testing::TestParamInfo<std::tuple<bool, Fault>> &info)
+std::string paramName(const ::testing::TestParamInfo<std::tuple<bool, Fault, bool>> &info)
 {
     return std::string(std::get<0>(info.param) ? "Durable" : "Default") +
-           (std::get<1>(info.param) == Fault::Daemon ? "DaemonAllocator" : "CppAllocation");
+           (std::get<1>(info.param) == Fault::Daemon ? "DaemonAllocator" : "CppAllocation") +
+           (std::get<2>(info.param) ? "LazyPlanners" : "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, OomTest,
-                         ::testing::Combine(::testing::Bool(), ::testing::Values(Fault::Daemon, Fault::Cpp)),
+                         ::testing::Combine(::testing::Bool(), ::testing::Values(Fault::Daemon, Fault::Cpp),
+                                            ::testing::Bool()),
                          paramName);
 
 } // namespace
@@ -526,6 +539,9 @@ TEST_P(OomTest, LoadingAStateFile)
     tbl.reset(RsvTimeTbl_new(dir.file("rsv.state").c_str()));
     if (durable()) {
         RsvTimeTbl_setDurable(tbl.get(), 1);
+    }
+    if (lazy()) {
+        RsvTimeTbl_setLazyPlanners(tbl.get(), 1);
     }
     faultLoop(
         [&](int n) {

@@ -1,0 +1,258 @@
+// lazyplanners.cpp: tables whose hosts' planners are built when first needed.
+// A front end that loads the whole table to change or show one reservation
+// would otherwise book every host's planners of every week first. In this
+// mode a host's planner list stays unbuilt until a call reaches it; it is
+// then made from the table's reservations as the start-up bookings would
+// have made it: the zero week first, then each week a one-off booking of the
+// host reached, in the table's order, every planner holding what a booking
+// of every reservation from scratch gives (the invariant RsvTimeTbl_verify
+// checks on every table).
+#include <functional>
+#include <new>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "planner_internal.h"
+#include "rsv_internal.h"
+
+namespace {
+
+// One reservation's share of a host: element `elem` of its allocation vector.
+struct Share {
+    RsvEnt *ent;
+    int elem;
+};
+
+using Shares = std::vector<Share>;
+
+// Looks host names up without making a std::string of them.
+struct NameHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
+};
+
+// Every host's shares in a lazy table, in entry order, then element order,
+// taken in one walk of the entries and kept while no entry comes or goes and
+// no entry's record or allocation vector is replaced (what the recurring
+// index follows too), so that building many hosts costs one walk, not one
+// per host.
+struct SharesByHost {
+    bool made = false;
+    unsigned long long delStamp = 0;
+    unsigned long long generation = 0;
+    int numEntries = 0;
+    std::unordered_map<std::string, Shares, NameHash, std::equal_to<>> byHost;
+};
+
+// The lazy tables, each with its shares. Made in place and never destroyed,
+// so that a table freed by a static object's destructor at exit still finds
+// the map; an empty map allocates nothing.
+using LazyTables = std::unordered_map<const RsvTimeTbl *, SharesByHost>;
+LazyTables &lazyTables()
+{
+    alignas(LazyTables) static unsigned char storage[sizeof(LazyTables)];
+    static LazyTables *all = new (storage) LazyTables;
+    return *all;
+}
+
+RsvEnt *entryOf(HashEnt *he)
+{
+    return he ? static_cast<RsvEnt *>(he->value) : nullptr;
+}
+
+// The shares of `tbl` (a lazy table), taken again when the entries changed.
+// Throws std::bad_alloc (the shares are then dropped).
+const SharesByHost &currentShares(RsvTimeTbl *tbl)
+{
+    SharesByHost &shares = lazyTables()[tbl];
+    const int numEntries = h_numEnts_(&tbl->entries);
+    if (shares.made && shares.delStamp == tbl->entries.delStamp &&
+        shares.generation == rsv::recordChangeGeneration() && shares.numEntries == numEntries)
+        return shares;
+    shares.made = false;
+    shares.byHost.clear();
+    try {
+        HashIter iter;
+        for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+            RsvEnt *ent = entryOf(he);
+            for (int i = 0; ent && ent->allocVector && i < ent->numHosts; ++i) {
+                const char *host = ent->allocVector[i].hostName;
+                if (!host)
+                    continue;
+                auto found = shares.byHost.find(std::string_view(host));
+                if (found == shares.byHost.end())
+                    found = shares.byHost.emplace(host, Shares()).first;
+                found->second.push_back({ent, i});
+            }
+        }
+    } catch (...) {
+        shares.byHost.clear();
+        throw;
+    }
+    shares.delStamp = tbl->entries.delStamp;
+    shares.generation = rsv::recordChangeGeneration();
+    shares.numEntries = numEntries;
+    shares.made = true;
+    return shares;
+}
+
+// The shares of `hostName` in `tbl`, NULL when it has none. Throws
+// std::bad_alloc.
+const Shares *sharesOf(RsvTimeTbl *tbl, const char *hostName)
+{
+    const SharesByHost &shares = currentShares(tbl);
+    const auto found = shares.byHost.find(std::string_view(hostName));
+    return found == shares.byHost.end() ? nullptr : &found->second;
+}
+
+// The weeks the one-off bookings of `shares` reach, each added to the list as
+// an empty planner where the list has none, in the order the bookings would
+// have added them. False when memory runs out.
+bool addOneOffWeeks(List *list, const char *hostName, const Shares &shares)
+{
+    for (const Share &share : shares) {
+        const RsvEnt *ent = share.ent;
+        if ((ent->options & RSV_OPT_RECURRING) || !ent->timeWindow)
+            continue;
+        int numWeeks = 0;
+        rsv::CPtr<RsvWeek> weeks(RsvTimeWindow_getWeeks(ent->timeWindow, &numWeeks));
+        for (int w = 0; w < numWeeks; ++w) {
+            const RsvWeek *week = &weeks.get()[w];
+            if (rsv::plannerOfWeek(list, week))
+                continue;
+            ResPlanner *planner = ResPlanner_new(hostName, week);
+            if (!planner)
+                return false;
+            listInsertEntryAtBack(list, &planner->links);
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+namespace rsv {
+
+bool plannersLazy(const RsvTimeTbl *tbl) noexcept
+{
+    return tbl && lazyTables().count(tbl) != 0;
+}
+
+void dropLazyPlanners(const RsvTimeTbl *tbl) noexcept
+{
+    if (tbl)
+        lazyTables().erase(tbl);
+}
+
+List *buildPlannerList(RsvTimeTbl *tbl, const char *hostName) noexcept
+{
+    const unsigned long failures = allocationFailures();
+    List *list = newPlannerList(hostName);
+    if (!list)
+        return nullptr;
+    try {
+        // A copy: the booking below reads entries only, but the shares of
+        // the table are taken again whenever they are asked for after a change.
+        const Shares *found = sharesOf(tbl, hostName);
+        const Shares shares = found ? *found : Shares();
+        // With every week in place first, no booking below makes a planner,
+        // so none takes the recurring bookings in twice.
+        bool complete = addOneOffWeeks(list, hostName, shares);
+        for (size_t i = 0; complete && i < shares.size(); ++i) {
+            RsvEnt *ent = shares[i].ent;
+            const AllocElem &elem = ent->allocVector[shares[i].elem];
+            ResPlannerList_map(list, tbl, hostName, ent->timeWindow, ent->options & RSV_OPT_RECURRING,
+                               ResPlannerEnt_incr, elem.numSlots, 1, ent);
+        }
+        // A booking step that ran short skips its work: the list would lack it.
+        if (complete && allocationFailures() == failures)
+            return list;
+    } catch (const std::bad_alloc &) {
+        noteAllocationFailure();
+    }
+    destroyPlannerList(list);
+    return nullptr;
+}
+
+List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName, bool &failed) noexcept
+{
+    failed = false;
+    HashEnt *he = h_getEnt_(&tbl->plannerLists, hostName);
+    if (he)
+        return static_cast<List *>(he->value);
+    if (!plannersLazy(tbl))
+        return nullptr;
+    try {
+        if (!sharesOf(tbl, hostName))
+            return nullptr;
+    } catch (const std::bad_alloc &) {
+        noteAllocationFailure();
+        failed = true;
+        return nullptr;
+    }
+    List *list = RsvTimeTbl_getPlannerList(tbl, hostName);
+    failed = list == nullptr;
+    return list;
+}
+
+bool buildAllPlannerLists(RsvTimeTbl *tbl) noexcept
+{
+    try {
+        // Each host once, in the order the start-up bookings would reach them.
+        std::vector<const char *> hosts;
+        std::unordered_set<std::string_view> seen;
+        HashIter iter;
+        for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+            RsvEnt *ent = entryOf(he);
+            for (int i = 0; ent && ent->allocVector && i < ent->numHosts; ++i) {
+                const char *host = ent->allocVector[i].hostName;
+                if (host && !h_getEnt_(&tbl->plannerLists, host) && seen.insert(host).second)
+                    hosts.push_back(host);
+            }
+        }
+        for (const char *host : hosts)
+            if (!RsvTimeTbl_getPlannerList(tbl, host))
+                return false;
+        return true;
+    } catch (const std::bad_alloc &) {
+        noteAllocationFailure();
+        return false;
+    }
+}
+
+} // namespace rsv
+
+extern "C" {
+
+int RsvTimeTbl_setLazyPlanners(RsvTimeTbl *tbl, int lazy)
+{
+    if (!tbl)
+        return -1;
+    const int previous = rsv::plannersLazy(tbl) ? 1 : 0;
+    if (lazy) {
+        try {
+            lazyTables().try_emplace(tbl);
+        } catch (const std::bad_alloc &) {
+            rsv::noteAllocationFailure();
+            qob_errno = RSV_ERR_NO_MEMORY;
+            return -1;
+        }
+        return previous;
+    }
+    if (previous && !rsv::buildAllPlannerLists(tbl)) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return -1;
+    }
+    rsv::dropLazyPlanners(tbl);
+    return previous;
+}
+
+int RsvTimeTbl_isLazyPlanners(const RsvTimeTbl *tbl)
+{
+    return rsv::plannersLazy(tbl) ? 1 : 0;
+}
+
+} // extern "C"

@@ -69,7 +69,9 @@ void fillTable(FakeDaemon &daemon, RsvTimeTbl *tbl)
     }
 }
 
-void BM_InfoReplyBuildAndRelease(benchmark::State &state)
+// The reply built and released with the given pair of calls.
+void replyBench(benchmark::State &state, int (*build)(RsvTimeTbl *, RsvInfoReply *),
+                void (*release)(RsvInfoReply *))
 {
     FakeDaemon daemon;
     RsvTimeTbl *tbl = RsvTimeTbl_new(nullptr);
@@ -79,15 +81,31 @@ void BM_InfoReplyBuildAndRelease(benchmark::State &state)
     RsvMod_init(&daemon.services);
     for (auto _ : state) {
         RsvInfoReply reply{};
-        int rc = RsvTimeTbl_ToRsvInfoReply(tbl, &reply);
+        int rc = build(tbl, &reply);
         benchmark::DoNotOptimize(rc);
         benchmark::DoNotOptimize(reply.rsvInfo);
-        RsvInfoReply_destroy(&reply);
+        release(&reply);
     }
     state.SetItemsProcessed(state.iterations() * kReservations);
     RsvTimeTbl_free(tbl);
 }
 
+// Every text and array in a block of its own, as a daemon may free them.
+void BM_InfoReplyBuildAndRelease(benchmark::State &state)
+{
+    replyBench(state, RsvTimeTbl_ToRsvInfoReply, RsvInfoReply_destroy);
+}
+
+// The same reply in one block.
+void BM_InfoReplyPackedBuildAndRelease(benchmark::State &state)
+{
+    replyBench(state, RsvTimeTbl_ToRsvInfoReplyPacked, RsvInfoReply_destroyPacked);
+}
+
 } // namespace
 
 BENCHMARK(BM_InfoReplyBuildAndRelease)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
+BENCHMARK(BM_InfoReplyPackedBuildAndRelease)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly(true);

@@ -1144,6 +1144,30 @@ void setJobRsvInActive(int64_t jobId, int flag);
 int jobListRsvId_equal(void *element, void *key, int ignored);
 
 /* ======================================================================== */
+/* Packed information reply                                                 */
+/* ======================================================================== */
+/* The information reply of RsvTimeTbl_ToRsvInfoReply gives every text and
+ * array its own heap block, so that a daemon may free fields one by one
+ * (RsvInfoEnt_destroy). A caller that only ever releases the whole reply can
+ * have it packed instead: the same contents in one block, made with one
+ * allocation and freed with one call. */
+
+/* Fill the caller's `reply` exactly as RsvTimeTbl_ToRsvInfoReply does (same
+ * elements, fields and values, in table order), but with the element array
+ * and every text and array of every element in one block from allocZeroed,
+ * which RsvInfoReply_destroyPacked alone may release: RsvInfoEnt_destroy,
+ * RsvInfoReply_destroy and free on a field must never see a packed reply.
+ * 0; RSV_ERR_NO_MEMORY (returned only) with a reply that must still go to
+ * RsvInfoReply_destroyPacked (rsvInfo may be NULL); RSV_ERR_BAD_ARGUMENT for
+ * a NULL argument (reply untouched). Writes no file. */
+int RsvTimeTbl_ToRsvInfoReplyPacked(RsvTimeTbl *tbl, RsvInfoReply *reply);
+
+/* Release a reply filled by RsvTimeTbl_ToRsvInfoReplyPacked: its one block
+ * (rsvInfo becomes NULL; numReservations keeps its value). A second call and
+ * NULL are harmless. */
+void RsvInfoReply_destroyPacked(RsvInfoReply *reply);
+
+/* ======================================================================== */
 /* Durable mode                                                             */
 /* ======================================================================== */
 /* By default every change rewrites the state file in place, one flushed line

@@ -1,5 +1,5 @@
-// The information reply for a large table: 10,000 reservations of 4 hosts and
-// 8 jobs each, built and released.
+// The information reply for a large table: 1,000 to 100,000 reservations of 4
+// hosts and 8 jobs each, built and released.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
@@ -14,7 +14,6 @@ using namespace rsvtest;
 
 namespace {
 
-constexpr int kReservations = 10000;
 constexpr int kHostsPerReservation = 4;
 constexpr int kJobsPerReservation = 8;
 constexpr int kHosts = 64;
@@ -37,7 +36,7 @@ RsvJob *indexedJob(int64_t jobId)
     return it == jobIndex.end() ? nullptr : it->second;
 }
 
-void fillTable(FakeDaemon &daemon, RsvTimeTbl *tbl)
+void fillTable(FakeDaemon &daemon, RsvTimeTbl *tbl, int reservations)
 {
     std::vector<RsvHost *> hosts;
     for (int h = 0; h < kHosts; ++h) {
@@ -46,7 +45,7 @@ void fillTable(FakeDaemon &daemon, RsvTimeTbl *tbl)
         hostIndex[name] = hosts.back();
     }
     int64_t jobId = 1;
-    for (int r = 0; r < kReservations; ++r) {
+    for (int r = 0; r < reservations; ++r) {
         RsvEnt *ent = RsvEnt_new(0, "alice", "1900000000-1900003600");
         ent->rsvId = strdup(("alice#" + std::to_string(r)).c_str());
         ent->numHosts = kHostsPerReservation;
@@ -75,7 +74,8 @@ void replyBench(benchmark::State &state, int (*build)(RsvTimeTbl *, RsvInfoReply
 {
     FakeDaemon daemon;
     RsvTimeTbl *tbl = RsvTimeTbl_new(nullptr);
-    fillTable(daemon, tbl);
+    const int reservations = static_cast<int>(state.range(0));
+    fillTable(daemon, tbl, reservations);
     daemon.services.findHost = indexedHost;
     daemon.services.findJob = indexedJob;
     RsvMod_init(&daemon.services);
@@ -86,7 +86,7 @@ void replyBench(benchmark::State &state, int (*build)(RsvTimeTbl *, RsvInfoReply
         benchmark::DoNotOptimize(reply.rsvInfo);
         release(&reply);
     }
-    state.SetItemsProcessed(state.iterations() * kReservations);
+    state.SetItemsProcessed(state.iterations() * reservations);
     RsvTimeTbl_free(tbl);
 }
 
@@ -104,8 +104,6 @@ void BM_InfoReplyPackedBuildAndRelease(benchmark::State &state)
 
 } // namespace
 
-BENCHMARK(BM_InfoReplyBuildAndRelease)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly(true);
-BENCHMARK(BM_InfoReplyPackedBuildAndRelease)
-    ->Unit(benchmark::kMillisecond)
-    ->Repetitions(5)
-    ->ReportAggregatesOnly(true);
+// Argument: reservations in the table.
+BENCHMARK(BM_InfoReplyBuildAndRelease)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_InfoReplyPackedBuildAndRelease)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);

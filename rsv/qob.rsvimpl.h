@@ -377,9 +377,10 @@ extern HashTab *rsvIdTbl;
  *     RsvMod_init(&services);
  *     tbl = RsvTimeTbl_new("/var/spool/rsv.state");   (id file rsv.ids)
  *     RsvTimeTbl_load(tbl, &rejected);
- * RsvTimeTbl_load is initRsvIdTbl followed by RsvEnt_newByString and
- * RsvTimeTbl_restoreEntry for each line. The table is the daemon's until
- * RsvTimeTbl_free. */
+ * RsvTimeTbl_load gives the table that initRsvIdTbl followed by
+ * RsvEnt_newByString and RsvTimeTbl_restoreEntry for each line gives (into
+ * an empty table it restores every line first and then books host by host).
+ * The table is the daemon's until RsvTimeTbl_free. */
 
 /* Install the daemon's services, copied by value; a second call replaces
  * them, NULL is ignored. Must run before any other call of the module

@@ -1,13 +1,12 @@
 // load.cpp: start-up in one call, the id file and then every record of the
 // state file restored into the table, as one change. The state file is read
 // in one piece and each record parsed where it lies.
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -21,46 +20,39 @@
 
 namespace {
 
-// Owns a descriptor.
-struct FdCloser {
-    int fd;
-    ~FdCloser()
-    {
-        if (fd >= 0)
-            ::close(fd);
-    }
+// Owns a stdio stream.
+struct FileCloser {
+    void operator()(FILE *fp) const noexcept { std::fclose(fp); }
 };
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
 
 constexpr const char *kLoad = "RsvTimeTbl_load";
 
-// The whole state file in `text`, read in large blocks. -1 with errno set
-// when the file cannot be opened; 1 when a read failed (`text` holds what was
-// read before it, *readErrno why); 0 when it was read to its end.
+// The whole state file in `text`, read in large blocks through stdio (as
+// the file always was read, so the same calls reach the C library). -1 with
+// errno set when the file cannot be opened; 1 when a read failed (`text`
+// holds what was read before it, *readErrno why); 0 when it was read to its
+// end.
 int readWhole(const char *name, std::string &text, int *readErrno)
 {
-    const int fd = ::open(name, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
+    FilePtr fp(std::fopen(name, "r"));
+    if (!fp)
         return -1;
-    FdCloser closer{fd};
     struct stat st {};
-    if (::fstat(fd, &st) == 0 && st.st_size > 0)
+    if (::fstat(fileno(fp.get()), &st) == 0 && st.st_size > 0)
         text.reserve(static_cast<size_t>(st.st_size) + 1);
     constexpr size_t kBlock = 1 << 16;
     for (;;) {
         const size_t at = text.size();
         text.resize(at + kBlock);
-        const ssize_t n = ::read(fd, text.data() + at, kBlock);
-        if (n < 0 && errno == EINTR) {
-            text.resize(at);
+        const size_t n = std::fread(text.data() + at, 1, kBlock, fp.get());
+        text.resize(at + n);
+        if (n == kBlock)
             continue;
-        }
-        if (n < 0)
-            *readErrno = errno;
-        text.resize(at + static_cast<size_t>(n > 0 ? n : 0));
-        if (n == 0)
+        if (!std::ferror(fp.get()))
             return 0;
-        if (n < 0)
-            return 1;
+        *readErrno = errno;
+        return 1;
     }
 }
 

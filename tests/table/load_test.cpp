@@ -145,6 +145,7 @@ protected:
     PinnedClock clock;
     FakeDaemon daemon;
     TempDir dir;
+    LogCapture log; // the rejected lines are logged on purpose
     std::mt19937 rng{5};
 };
 

@@ -72,6 +72,9 @@ void fillTable(FakeDaemon &daemon, RsvTimeTbl *tbl, int reservations)
 void replyBench(benchmark::State &state, int (*build)(RsvTimeTbl *, RsvInfoReply *),
                 void (*release)(RsvInfoReply *))
 {
+    // Each size with indexes of its own hosts and jobs only.
+    hostIndex.clear();
+    jobIndex.clear();
     FakeDaemon daemon;
     RsvTimeTbl *tbl = RsvTimeTbl_new(nullptr);
     const int reservations = static_cast<int>(state.range(0));

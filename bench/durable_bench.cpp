@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <string>
 
 #include "persist/persist_internal.h"
@@ -26,7 +25,7 @@ struct World {
     PinnedClock clock{localTime(2030, 1, 7, 9, 0)};
     FakeDaemon daemon;
     TempDir dir;
-    std::map<int, std::string> sources;
+    rsvbench::StateFiles files{dir, PinnedClock::now()};
 
     World()
     {
@@ -35,17 +34,7 @@ struct World {
     }
 
     // The state file of the reference table with `reservations` records.
-    const std::string &source(int reservations)
-    {
-        auto it = sources.find(reservations);
-        if (it != sources.end())
-            return it->second;
-        rsvbench::Mix mix;
-        mix.reservations = reservations;
-        std::string name = dir.file("reference" + std::to_string(reservations) + ".state");
-        writeFile(name, rsvbench::stateText(mix, PinnedClock::now()));
-        return sources.emplace(reservations, std::move(name)).first->second;
-    }
+    const std::string &source(int reservations) { return files.of(reservations); }
 
     // The reference table, saving to `stateName` in the benchmark directory
     // ("" for a table whose files cannot be written).

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -28,7 +27,7 @@ struct World {
     PinnedClock clock{localTime(2030, 1, 7, 9, 0)}; // a Monday
     FakeDaemon daemon;
     TempDir dir;
-    std::map<int, std::string> stateFiles;
+    rsvbench::StateFiles files{dir, PinnedClock::now()};
 
     World()
     {
@@ -37,17 +36,7 @@ struct World {
     }
 
     // The state file of the reference table with `reservations` records.
-    const std::string &stateFile(int reservations)
-    {
-        auto it = stateFiles.find(reservations);
-        if (it != stateFiles.end())
-            return it->second;
-        rsvbench::Mix mix;
-        mix.reservations = reservations;
-        std::string name = dir.file("reference" + std::to_string(reservations) + ".state");
-        writeFile(name, rsvbench::stateText(mix, PinnedClock::now()));
-        return stateFiles.emplace(reservations, std::move(name)).first->second;
-    }
+    const std::string &stateFile(int reservations) { return files.of(reservations); }
 
     RsvTimeTbl *load(int reservations = rsvbench::kReservations)
     {

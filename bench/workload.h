@@ -8,6 +8,7 @@
 
 #include <random>
 #include <cstring>
+#include <map>
 #include <string>
 #include <unordered_map>
 
@@ -62,10 +63,21 @@ inline std::string stateText(const Mix &mix, time_t now, unsigned seed = 11)
             window = std::to_string(day) + ":8:0-" + std::to_string(day + 2) + ":18:0";
         }
         const int numHosts = pick(1, 4);
-        out += "9.11 " + std::to_string(now) + " " + std::to_string(options) + " " + owner + "#" +
-               std::to_string(i / kOwners) + " " + owner + " " + window + " " + std::to_string(numHosts) + " 0";
-        for (int h = 0; h < numHosts; ++h)
-            out += " " + hostName(pick(0, mix.hosts - 1)) + " " + std::to_string(pick(1, 4));
+        // One piece at a time: a long chain of + makes temporaries for nothing.
+        for (const std::string &word : {std::string("9.11"), std::to_string(now), std::to_string(options),
+                                         owner + "#" + std::to_string(i / kOwners), owner, window,
+                                         std::to_string(numHosts), std::string("0")}) {
+            out += word;
+            out += ' ';
+        }
+        out.pop_back();
+        for (int h = 0; h < numHosts; ++h) {
+            const std::string host = hostName(pick(0, mix.hosts - 1));
+            out += ' ';
+            out += host;
+            out += ' ';
+            out += std::to_string(pick(1, 4));
+        }
         out += "  \"benchmark\" 0 0\n";
     }
     return out;
@@ -87,6 +99,29 @@ inline Mix fiftyWeekMix()
     mix.weeklyPercent = 0;
     return mix;
 }
+
+// State files of the reference mix, one per table size, written once under
+// `dir` with the table starting at `now`.
+class StateFiles {
+public:
+    StateFiles(const rsvtest::TempDir &dir, time_t now) : dir_(dir), now_(now) {}
+    const std::string &of(int reservations)
+    {
+        auto it = files_.find(reservations);
+        if (it != files_.end())
+            return it->second;
+        Mix mix;
+        mix.reservations = reservations;
+        std::string name = dir_.file("reference" + std::to_string(reservations) + ".state");
+        rsvtest::writeFile(name, stateText(mix, now_));
+        return files_.emplace(reservations, std::move(name)).first->second;
+    }
+
+private:
+    const rsvtest::TempDir &dir_;
+    time_t now_;
+    std::map<int, std::string> files_;
+};
 
 // Host look-ups by hash, as a daemon and rsvctl make them; the fake
 // daemon's own look-ups are linear scans that would be measured instead of

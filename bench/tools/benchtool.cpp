@@ -4,8 +4,9 @@
 //       the table of MIX ("reference" or "fifty-weeks") starting at NOW
 //   benchtool run N COMMAND [ARG...]
 //       runs COMMAND N times (standard output to /dev/null) and prints
-//       "median_ms peak_rss_mb" over the runs, the resident peak being each
-//       run's own maximum as wait4 reports it
+//       "wall_ms cpu_ms peak_rss_mb", each the median over the runs: wall
+//       time, processor time (user and system) and the run's resident peak,
+//       the last two as wait4 reports them
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <fcntl.h>
@@ -68,6 +69,7 @@ int runCommand(int argc, char **argv)
         return usage();
     const int runs = std::max(1, std::atoi(argv[2]));
     std::vector<double> millis;
+    std::vector<double> cpuMillis;
     std::vector<long> peaksKb;
     for (int i = 0; i < runs; ++i) {
         const auto start = std::chrono::steady_clock::now();
@@ -97,10 +99,14 @@ int runCommand(int argc, char **argv)
         }
         millis.push_back(std::chrono::duration<double, std::milli>(end - start).count());
         peaksKb.push_back(usage.ru_maxrss);
+        auto ms = [](const timeval &tv) { return static_cast<double>(tv.tv_sec) * 1e3 + tv.tv_usec / 1e3; };
+        cpuMillis.push_back(ms(usage.ru_utime) + ms(usage.ru_stime));
     }
     std::sort(millis.begin(), millis.end());
+    std::sort(cpuMillis.begin(), cpuMillis.end());
     std::sort(peaksKb.begin(), peaksKb.end());
-    std::printf("%.2f %.1f\n", millis[millis.size() / 2], static_cast<double>(peaksKb[peaksKb.size() / 2]) / 1024.0);
+    const size_t mid = millis.size() / 2;
+    std::printf("%.2f %.2f %.1f\n", millis[mid], cpuMillis[mid], static_cast<double>(peaksKb[mid]) / 1024.0);
     return 0;
 }
 

@@ -269,6 +269,22 @@ int fillInfoEnt(Store &store, RsvInfoEnt &info, const char *key, RsvEnt *ent)
     return copied ? RSV_OK : RSV_ERR_NO_MEMORY;
 }
 
+// Fills every element of `reply` (its array made) from the table, in table
+// order; 55 at the first element that runs out of memory.
+template <typename Store>
+int fillReply(Store &store, RsvTimeTbl *tbl, RsvInfoReply *reply)
+{
+    HashIter iter;
+    int k = 0;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he && k < reply->numReservations;
+         he = h_nextEnt_(&iter), ++k) {
+        int status = fillInfoEnt(store, reply->rsvInfo[k], he->key, static_cast<RsvEnt *>(he->value));
+        if (status != RSV_OK)
+            return status;
+    }
+    return RSV_OK;
+}
+
 // The bytes of the packed pieces of one entry's element, as fillInfoEnt
 // takes them; false when a disabled-duration text cannot be made.
 bool entryBytes(const char *key, RsvEnt *ent, size_t &bytes)
@@ -322,16 +338,8 @@ int RsvTimeTbl_ToRsvInfoReply(RsvTimeTbl *tbl, RsvInfoReply *reply)
     reply->rsvInfo = allocArray<RsvInfoEnt>(reply->numReservations);
     if (!reply->rsvInfo)
         return RSV_ERR_NO_MEMORY;
-    HashIter iter;
-    int k = 0;
-    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he && k < reply->numReservations;
-         he = h_nextEnt_(&iter), ++k) {
-        HeapStore store;
-        int status = fillInfoEnt(store, reply->rsvInfo[k], he->key, static_cast<RsvEnt *>(he->value));
-        if (status != RSV_OK)
-            return status;
-    }
-    return RSV_OK;
+    HeapStore store;
+    return fillReply(store, tbl, reply);
 }
 
 // As RsvTimeTbl_ToRsvInfoReply, with the element array and every text and
@@ -355,14 +363,7 @@ int RsvTimeTbl_ToRsvInfoReplyPacked(RsvTimeTbl *tbl, RsvInfoReply *reply)
         return RSV_ERR_NO_MEMORY;
     reply->rsvInfo = reinterpret_cast<RsvInfoEnt *>(block);
     PackedStore store(block + head, block + bytes);
-    int k = 0;
-    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he && k < reply->numReservations;
-         he = h_nextEnt_(&iter), ++k) {
-        int status = fillInfoEnt(store, reply->rsvInfo[k], he->key, static_cast<RsvEnt *>(he->value));
-        if (status != RSV_OK)
-            return status;
-    }
-    return RSV_OK;
+    return fillReply(store, tbl, reply);
 }
 
 // Releases a reply built packed: its one block.

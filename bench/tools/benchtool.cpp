@@ -1,7 +1,8 @@
 // benchtool: what the benchmark script needs besides the benchmark programs.
 //   benchtool state DIR MIX [RESERVATIONS] [NOW]
 //       writes a state directory for rsvctl (hosts.conf and rsv.state) holding
-//       the table of MIX ("reference" or "fifty-weeks") starting at NOW
+//       the table of MIX ("reference" or "fifty-weeks") starting at NOW, with
+//       one more host, "spare", that no reservation holds
 //   benchtool run N COMMAND [ARG...]
 //       runs COMMAND N times (standard output to /dev/null) and prints
 //       "wall_ms cpu_ms peak_rss_mb", each the median over the runs: wall
@@ -56,6 +57,9 @@ int makeState(int argc, char **argv)
     std::string hosts = "max-per-owner 10000\n";
     for (int h = 0; h < mix.hosts; ++h)
         hosts += rsvbench::hostName(h) + " " + std::to_string(rsvbench::kSlotsPerHost) + "\n";
+    // A host no reservation holds, where a timed addition always fits
+    // however full the table's hosts are.
+    hosts += "spare " + std::to_string(rsvbench::kSlotsPerHost) + "\n";
     if (!writeText(dir + "/hosts.conf", hosts) || !writeText(dir + "/rsv.state", rsvbench::stateText(mix, now))) {
         std::fprintf(stderr, "benchtool: cannot write %s\n", dir.c_str());
         return 1;

@@ -38,10 +38,12 @@ int readWhole(const char *name, std::string &text, int *readErrno)
     FilePtr fp(std::fopen(name, "r"));
     if (!fp)
         return -1;
+    constexpr size_t kBlock = 1 << 16;
+    // Room for the whole file, the last block asked for and a terminator,
+    // so the text is not moved while it is read.
     struct stat st {};
     if (::fstat(fileno(fp.get()), &st) == 0 && st.st_size > 0)
-        text.reserve(static_cast<size_t>(st.st_size) + 1);
-    constexpr size_t kBlock = 1 << 16;
+        text.reserve(static_cast<size_t>(st.st_size) + kBlock + 1);
     for (;;) {
         const size_t at = text.size();
         text.resize(at + kBlock);

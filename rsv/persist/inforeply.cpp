@@ -83,7 +83,7 @@ size_t packedText(const char *s)
 }
 
 // Where the packed reply puts each text and array: the next piece of one
-// zero-filled block sized beforehand (replyBytes), freed in one sweep.
+// zero-filled block sized beforehand (entryBytes), freed in one sweep.
 class PackedStore {
 public:
     PackedStore(char *from, char *end) : next_(from), end_(end) {}

@@ -269,6 +269,21 @@ int fillInfoEnt(Store &store, RsvInfoEnt &info, const char *key, RsvEnt *ent)
     return copied ? RSV_OK : RSV_ERR_NO_MEMORY;
 }
 
+// What both replies begin with: false when the reply is already complete,
+// with `result` its outcome (52 for a NULL argument, reply untouched; 0 for
+// an empty table); true with numReservations set and no elements yet.
+bool beginReply(RsvTimeTbl *tbl, RsvInfoReply *reply, int &result)
+{
+    if (!tbl || !reply) {
+        result = RSV_ERR_BAD_ARGUMENT;
+        return false;
+    }
+    reply->numReservations = h_numEnts_(&tbl->entries);
+    reply->rsvInfo = nullptr;
+    result = RSV_OK;
+    return reply->numReservations >= 1;
+}
+
 // Fills every element of `reply` (its array made) from the table, in table
 // order; 55 at the first element that runs out of memory.
 template <typename Store>
@@ -329,12 +344,9 @@ extern "C" {
 // untouched).
 int RsvTimeTbl_ToRsvInfoReply(RsvTimeTbl *tbl, RsvInfoReply *reply)
 {
-    if (!tbl || !reply)
-        return RSV_ERR_BAD_ARGUMENT;
-    reply->numReservations = h_numEnts_(&tbl->entries);
-    reply->rsvInfo = nullptr;
-    if (reply->numReservations < 1)
-        return RSV_OK;
+    int result = RSV_OK;
+    if (!beginReply(tbl, reply, result))
+        return result;
     reply->rsvInfo = allocArray<RsvInfoEnt>(reply->numReservations);
     if (!reply->rsvInfo)
         return RSV_ERR_NO_MEMORY;
@@ -346,12 +358,9 @@ int RsvTimeTbl_ToRsvInfoReply(RsvTimeTbl *tbl, RsvInfoReply *reply)
 // array of the reply in one block, released by RsvInfoReply_destroyPacked.
 int RsvTimeTbl_ToRsvInfoReplyPacked(RsvTimeTbl *tbl, RsvInfoReply *reply)
 {
-    if (!tbl || !reply)
-        return RSV_ERR_BAD_ARGUMENT;
-    reply->numReservations = h_numEnts_(&tbl->entries);
-    reply->rsvInfo = nullptr;
-    if (reply->numReservations < 1)
-        return RSV_OK;
+    int result = RSV_OK;
+    if (!beginReply(tbl, reply, result))
+        return result;
     const size_t head = packedSize(static_cast<size_t>(reply->numReservations) * sizeof(RsvInfoEnt));
     size_t bytes = head;
     HashIter iter;

@@ -25,23 +25,24 @@ struct World {
     PinnedClock clock{localTime(2030, 1, 7, 9, 0)};
     FakeDaemon daemon;
     TempDir dir;
-    std::string source;
+    rsvbench::StateFiles files{dir, PinnedClock::now()};
 
     World()
     {
         kx_setLogSink(quietSink);
         rsvbench::addReferenceHosts(daemon);
-        source = dir.file("reference.state");
-        writeFile(source, rsvbench::referenceStateText(PinnedClock::now()));
     }
+
+    // The state file of the reference table with `reservations` records.
+    const std::string &source(int reservations) { return files.of(reservations); }
 
     // The reference table, saving to `stateName` in the benchmark directory
     // ("" for a table whose files cannot be written).
-    RsvTimeTbl *load(const std::string &stateName, bool durable)
+    RsvTimeTbl *load(const std::string &stateName, bool durable, int reservations = rsvbench::kReservations)
     {
         RsvId_clearTbl();
-        RsvTimeTbl *tbl = RsvTimeTbl_new(source.c_str());
-        if (RsvTimeTbl_load(tbl, nullptr) != rsvbench::kReservations)
+        RsvTimeTbl *tbl = RsvTimeTbl_new(source(reservations).c_str());
+        if (RsvTimeTbl_load(tbl, nullptr) != reservations)
             std::abort();
         std::free(tbl->stateFile);
         std::free(tbl->idFile);
@@ -72,16 +73,17 @@ void addOne(benchmark::State &state, RsvTimeTbl *tbl, int n)
     state.ResumeTiming();
 }
 
-// The whole durable add: plan, commit, texts, write, fsync, rename.
+// The whole durable add: plan, commit, texts, write, fsync, rename
+// (argument: reservations in the table).
 void BM_DurableAdd(benchmark::State &state)
 {
-    RsvTimeTbl *tbl = world().load("durable", true);
+    RsvTimeTbl *tbl = world().load("durable", true, static_cast<int>(state.range(0)));
     int n = 0;
     for (auto _ : state)
         addOne(state, tbl, n++);
     RsvTimeTbl_free(tbl);
 }
-BENCHMARK(BM_DurableAdd)->Unit(benchmark::kMillisecond)->Iterations(40);
+BENCHMARK(BM_DurableAdd)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(40);
 
 // The text of both files, built in memory.
 void BM_SaveTexts(benchmark::State &state)

@@ -1,6 +1,7 @@
 // Persistence costs: start-up from a large state file, adding a reservation
 // to a large table (with and without the state-file rewrite), and making an
-// identifier for an owner near its limit. Files go under $TMPDIR.
+// identifier for an owner near its limit, on the reference table of
+// bench/workload.h. Files go under $TMPDIR.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -11,72 +12,38 @@
 #include <vector>
 
 #include "rsv_test_support.h"
+#include "workload.h"
 
 using namespace rsvtest;
 
 namespace {
 
-constexpr int kNumReservations = 10000;
-constexpr int kNumHosts = 1000;
+void quietSink(int, const char *) {}
 
-// One process-wide fake daemon, clock and zone for every benchmark.
+// One process-wide fake daemon, clock and zone for every benchmark, and the
+// reference table's state file at each size asked for.
 struct World {
     ScopedTz tz{"UTC"};
     PinnedClock clock{localTime(2030, 1, 7, 9, 0)}; // a Monday
     FakeDaemon daemon;
     TempDir dir;
-    std::string stateFile;
+    rsvbench::StateFiles files{dir, PinnedClock::now()};
 
     World()
     {
-        daemon.setMaxPerOwner(10000);
-        for (int h = 0; h < kNumHosts; ++h)
-            daemon.addHost("host" + std::to_string(h), 100000);
-        stateFile = dir.file("big.state");
-        writeFile(stateFile, makeStateFile());
+        kx_setLogSink(quietSink);
+        rsvbench::addReferenceHosts(daemon);
     }
 
-    // 10,000 records over 1,000 hosts: 70 % one-off windows of 1 to 14 days
-    // within the next 8 weeks, 30 % daily or weekly windows.
-    static std::string makeStateFile()
-    {
-        std::mt19937 rng(7);
-        auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
-        const time_t now = PinnedClock::now();
-        std::string out;
-        for (int i = 0; i < kNumReservations; ++i) {
-            const std::string owner = "user" + std::to_string(i % 200);
-            int options = 0;
-            std::string window;
-            const int kind = pick(0, 99);
-            if (kind < 70) {
-                time_t start = now + static_cast<time_t>(pick(0, 8 * 7 * 24 * 6)) * 600;
-                window = std::to_string(start) + "-" + std::to_string(start + pick(1, 14) * 86400);
-            } else if (kind < 85) {
-                options = RSV_OPT_RECURRING;
-                int from = pick(0, 20);
-                window = std::to_string(from) + ":0-" + std::to_string(from + pick(1, 3)) + ":30";
-            } else {
-                options = RSV_OPT_RECURRING;
-                window = std::to_string(pick(0, 6)) + ":" + std::to_string(pick(0, 23)) + ":0-" +
-                         std::to_string(pick(0, 6)) + ":" + std::to_string(pick(0, 23)) + ":0";
-            }
-            const int numHosts = pick(1, 4);
-            out += "9.11 " + std::to_string(now) + " " + std::to_string(options) + " " + owner + "#" +
-                   std::to_string(i / 200) + " " + owner + " " + window + " " + std::to_string(numHosts) + " 0";
-            for (int h = 0; h < numHosts; ++h)
-                out += " host" + std::to_string(pick(0, kNumHosts - 1)) + " " + std::to_string(pick(1, 2));
-            out += "  \"benchmark\" 0 0\n";
-        }
-        return out;
-    }
+    // The state file of the reference table with `reservations` records.
+    const std::string &stateFile(int reservations) { return files.of(reservations); }
 
-    RsvTimeTbl *load()
+    RsvTimeTbl *load(int reservations = rsvbench::kReservations)
     {
         RsvId_clearTbl();
-        RsvTimeTbl *tbl = RsvTimeTbl_new(stateFile.c_str());
+        RsvTimeTbl *tbl = RsvTimeTbl_new(stateFile(reservations).c_str());
         int rejected = 0;
-        if (RsvTimeTbl_load(tbl, &rejected) != kNumReservations || rejected != 0)
+        if (RsvTimeTbl_load(tbl, &rejected) != reservations || rejected != 0)
             std::abort();
         return tbl;
     }
@@ -88,17 +55,21 @@ World &world()
     return w;
 }
 
+// Start-up of the reference table (argument: reservations), the table's
+// release untimed.
 void BM_StartUpLoad(benchmark::State &state)
 {
     World &w = world();
+    const int reservations = static_cast<int>(state.range(0));
+    w.stateFile(reservations);
     for (auto _ : state) {
-        RsvTimeTbl *tbl = w.load();
+        RsvTimeTbl *tbl = w.load(reservations);
         state.PauseTiming();
         RsvTimeTbl_free(tbl);
         state.ResumeTiming();
     }
 }
-BENCHMARK(BM_StartUpLoad)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_StartUpLoad)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond)->Iterations(5);
 
 // The add path end to end, state and id files included. The table is a copy
 // of the loaded one written to a file of its own, so the big file stays.
@@ -115,7 +86,7 @@ void BM_AddEntry(benchmark::State &state)
     const std::string window = oneOff(start, start + 7200);
     int n = 0;
     for (auto _ : state) {
-        OwnedReq r(0, "bench", 1, 1, {"host" + std::to_string(n++ % kNumHosts)}, window);
+        OwnedReq r(0, "bench", 1, 1, {rsvbench::hostName(n++ % rsvbench::kHosts)}, window);
         char *id = RsvTimeTbl_addEntry(tbl, &r.req);
         state.PauseTiming();
         if (!id)

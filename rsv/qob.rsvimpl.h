@@ -378,9 +378,10 @@ extern HashTab *rsvIdTbl;
  *     RsvMod_init(&services);
  *     tbl = RsvTimeTbl_new("/var/spool/rsv.state");   (id file rsv.ids)
  *     RsvTimeTbl_load(tbl, &rejected);
- * RsvTimeTbl_load is initRsvIdTbl followed by RsvEnt_newByString and
- * RsvTimeTbl_restoreEntry for each line. The table is the daemon's until
- * RsvTimeTbl_free. */
+ * RsvTimeTbl_load gives the table that initRsvIdTbl followed by
+ * RsvEnt_newByString and RsvTimeTbl_restoreEntry for each line gives (into
+ * an empty table it restores every line first and then books host by host).
+ * The table is the daemon's until RsvTimeTbl_free. */
 
 /* Install the daemon's services, copied by value; a second call replaces
  * them, NULL is ignored. Must run before any other call of the module
@@ -1183,6 +1184,30 @@ void setJobRsvInActive(int64_t jobId, int flag);
  * the RsvJobEnt `element` has the job id *(int64_t *)key, else 0 (also for
  * NULL arguments); the third argument is ignored. */
 int jobListRsvId_equal(void *element, void *key, int ignored);
+
+/* ======================================================================== */
+/* Packed information reply                                                 */
+/* ======================================================================== */
+/* The information reply of RsvTimeTbl_ToRsvInfoReply gives every text and
+ * array its own heap block, so that a daemon may free fields one by one
+ * (RsvInfoEnt_destroy). A caller that only ever releases the whole reply can
+ * have it packed instead: the same contents in one block, made with one
+ * allocation and freed with one call. */
+
+/* Fill the caller's `reply` exactly as RsvTimeTbl_ToRsvInfoReply does (same
+ * elements, fields and values, in table order), but with the element array
+ * and every text and array of every element in one block from allocZeroed,
+ * which RsvInfoReply_destroyPacked alone may release: RsvInfoEnt_destroy,
+ * RsvInfoReply_destroy and free on a field must never see a packed reply.
+ * 0; RSV_ERR_NO_MEMORY (returned only) with a reply that must still go to
+ * RsvInfoReply_destroyPacked (rsvInfo may be NULL); RSV_ERR_BAD_ARGUMENT for
+ * a NULL argument (reply untouched). Writes no file. */
+int RsvTimeTbl_ToRsvInfoReplyPacked(RsvTimeTbl *tbl, RsvInfoReply *reply);
+
+/* Release a reply filled by RsvTimeTbl_ToRsvInfoReplyPacked: its one block
+ * (rsvInfo becomes NULL; numReservations keeps its value). A second call and
+ * NULL are harmless. */
+void RsvInfoReply_destroyPacked(RsvInfoReply *reply);
 
 /* ======================================================================== */
 /* Durable mode                                                             */

@@ -1,6 +1,10 @@
 // The information reply: a self-contained copy of every reservation of the
 // table, with each host's capacity and how many of the reservation's jobs run
-// there, and the one-line text of a reservation request.
+// there, and the one-line text of a reservation request. The default reply
+// gives every text and array a heap block of its own, since a daemon may
+// free them one by one; the packed reply holds them all in one block, made
+// and freed at once, for a caller that only releases the whole reply.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -23,18 +27,103 @@ constexpr int kRunningLikeStatus = 0x2 | 0x4 | 0x8 | 0x10;
 
 constexpr size_t kReqTextSize = 1024;
 
-constexpr int kScratchOnStack = 16;
+// The host name of a host the daemon no longer knows.
+constexpr const char *kLostHost = "lost_and_found";
 
-char *copyText(const char *text)
-{
-    return text ? rsv::dupText(text) : nullptr;
-}
+constexpr int kScratchOnStack = 16;
 
 template <typename T>
 T *allocArray(int count)
 {
     return static_cast<T *>(rsv::allocRecord(count, sizeof(T), kFn));
 }
+
+void logCallocFailure()
+{
+    kx_syslog(KX_LOG_ERR, kx_catgets(kx_catd, rsv::kCatSetShared, 1, "%s: %s() failed."), kFn, "calloc");
+}
+
+// The readable text of one disabled duration, from the daemon's dupString;
+// NULL when memory runs out.
+char *durationText(RsvDisableDuration *dd)
+{
+    char *text = nullptr;
+    setCalendarDayDuration(&dd->firstDay, &dd->lastDay, &text);
+    return text;
+}
+
+// Where the default reply puts each text and array: a heap block of its own,
+// which RsvInfoEnt_destroy and RsvInfoReply_destroy free one by one.
+struct HeapStore {
+    char *text(const char *s) { return s ? rsv::dupText(s) : nullptr; }
+    template <typename T>
+    T *array(int count)
+    {
+        return allocArray<T>(count);
+    }
+    char **textArray(size_t count)
+    {
+        auto *texts = static_cast<char **>(rsv::infoReplyCalloc(count, sizeof(char *)));
+        if (!texts)
+            logCallocFailure();
+        return texts;
+    }
+    char *duration(RsvDisableDuration *dd) { return durationText(dd); }
+};
+
+// Every piece of a packed reply starts on an 8-byte boundary of its block.
+constexpr size_t packedSize(size_t n)
+{
+    return (n + 7) & ~static_cast<size_t>(7);
+}
+
+size_t packedText(const char *s)
+{
+    return s ? packedSize(std::strlen(s) + 1) : 0;
+}
+
+// Where the packed reply puts each text and array: the next piece of one
+// zero-filled block sized beforehand (entryBytes), freed in one sweep.
+class PackedStore {
+public:
+    PackedStore(char *from, char *end) : next_(from), end_(end) {}
+    char *text(const char *s)
+    {
+        if (!s)
+            return nullptr;
+        const size_t n = std::strlen(s) + 1;
+        auto *p = static_cast<char *>(take(n));
+        if (p)
+            std::memcpy(p, s, n);
+        return p;
+    }
+    template <typename T>
+    T *array(int count)
+    {
+        return count > 0 ? static_cast<T *>(take(static_cast<size_t>(count) * sizeof(T))) : nullptr;
+    }
+    char **textArray(size_t count) { return static_cast<char **>(take(count * sizeof(char *))); }
+    char *duration(RsvDisableDuration *dd)
+    {
+        rsv::CPtr<char> made(durationText(dd));
+        return made ? text(made.get()) : nullptr;
+    }
+
+private:
+    // NULL only when the sizing missed a piece: the reply reports 55 rather
+    // than writing past its block.
+    void *take(size_t n)
+    {
+        n = packedSize(n);
+        if (n > static_cast<size_t>(end_ - next_))
+            return nullptr;
+        void *p = next_;
+        next_ += n;
+        return p;
+    }
+    char *next_;
+    char *end_;
+};
 
 void freeAndClear(char **text)
 {
@@ -46,7 +135,8 @@ void freeAndClear(char **text)
 
 // Fills the hosts of one element; `seen` gets each host's record (NULL for a
 // host the daemon no longer knows) so that jobs can be placed on them.
-void fillHosts(RsvInfoEnt &info, const RsvEnt *ent, bool sharedId, RsvHost **seen)
+template <typename Store>
+void fillHosts(Store &store, RsvInfoEnt &info, const RsvEnt *ent, bool sharedId, RsvHost **seen)
 {
     for (int j = 0; j < info.numHosts; ++j) {
         const AllocElem &el = ent->allocVector[j];
@@ -54,11 +144,11 @@ void fillHosts(RsvInfoEnt &info, const RsvEnt *ent, bool sharedId, RsvHost **see
         RsvHost *host = el.hostName ? miscFuncs.findHost(el.hostName) : nullptr;
         seen[j] = host;
         if (!host) {
-            hi.hostName = copyText(sharedId ? el.hostName : "lost_and_found");
+            hi.hostName = store.text(sharedId ? el.hostName : kLostHost);
             hi.numCpus = 0;
             hi.maxSlots = 0;
         } else {
-            hi.hostName = copyText(el.hostName);
+            hi.hostName = store.text(el.hostName);
             hi.numCpus = host->numCpus;
             hi.maxSlots = host->maxSlots;
         }
@@ -101,15 +191,16 @@ void fillJobs(RsvInfoEnt &info, RsvEnt *ent, RsvHost *const *seen)
 
 // Fills one element from one table entry; 55 when memory runs out, with the
 // element partly filled (still releasable).
-int fillInfoEnt(RsvInfoEnt &info, const char *key, RsvEnt *ent)
+template <typename Store>
+int fillInfoEnt(Store &store, RsvInfoEnt &info, const char *key, RsvEnt *ent)
 {
     const bool sharedId = std::strchr(key, '@') != nullptr;
     info.options = ent->options;
-    info.rsvId = copyText(key);
-    info.name = copyText(ent->name);
+    info.rsvId = store.text(key);
+    info.name = store.text(ent->name);
     info.numHosts = ent->allocVector ? ent->numHosts : 0;
     if (info.numHosts >= 1) {
-        info.hostInfo = allocArray<RsvHostInfo>(info.numHosts);
+        info.hostInfo = store.template array<RsvHostInfo>(info.numHosts);
         if (!info.hostInfo)
             return RSV_ERR_NO_MEMORY;
     }
@@ -118,8 +209,8 @@ int fillInfoEnt(RsvInfoEnt &info, const char *key, RsvEnt *ent)
     // a daemon relies on this to keep them out of the job total.
     info.numJobs = sharedId ? 0 : ent->numJobs;
     if (ent->numJobs >= 1) {
-        info.jobIds = allocArray<int64_t>(ent->numJobs);
-        info.jobStatus = allocArray<int>(ent->numJobs);
+        info.jobIds = store.template array<int64_t>(ent->numJobs);
+        info.jobStatus = store.template array<int>(ent->numJobs);
         if (!info.jobIds || !info.jobStatus)
             return RSV_ERR_NO_MEMORY;
     }
@@ -136,29 +227,25 @@ int fillInfoEnt(RsvInfoEnt &info, const char *key, RsvEnt *ent)
                 return RSV_ERR_NO_MEMORY;
             seen = onHeap.get();
         }
-        fillHosts(info, ent, sharedId, seen);
+        fillHosts(store, info, ent, sharedId, seen);
         if (ent->numJobs >= 1)
             fillJobs(info, ent, seen);
     } else if (ent->numJobs >= 1) {
         fillJobs(info, ent, nullptr);
     }
 
-    info.timeWindow = copyText(ent->timeWindow);
+    info.timeWindow = store.text(ent->timeWindow);
 
     if (ent->disabledDurations && ent->disabledDurations->numEnts >= 1) {
         const size_t count = static_cast<size_t>(ent->disabledDurations->numEnts);
-        info.disabledDurations = static_cast<char **>(rsv::infoReplyCalloc(count + 1, sizeof(char *)));
-        if (!info.disabledDurations) {
-            kx_syslog(KX_LOG_ERR, kx_catgets(kx_catd, rsv::kCatSetShared, 1, "%s: %s() failed."), kFn, "calloc");
+        info.disabledDurations = store.textArray(count + 1);
+        if (!info.disabledDurations)
             return RSV_ERR_NO_MEMORY;
-        }
         ListIterator iter;
         listIteratorAttach(&iter, ent->disabledDurations);
         size_t n = 0;
         for (ListEntry *e = listIteratorGetCurEntry(&iter); e && n < count; e = listIteratorNext(&iter)) {
-            auto *dd = reinterpret_cast<RsvDisableDuration *>(e);
-            char *text = nullptr;
-            setCalendarDayDuration(&dd->firstDay, &dd->lastDay, &text);
+            char *text = store.duration(reinterpret_cast<RsvDisableDuration *>(e));
             // A missing text would end the array early and hide the ones
             // after it from the release.
             if (!text)
@@ -168,18 +255,82 @@ int fillInfoEnt(RsvInfoEnt &info, const char *key, RsvEnt *ent)
         info.disabledDurations[n] = nullptr;
     }
 
-    info.description = copyText(ent->description);
-    info.timeDuration = copyText(ent->timeDuration);
+    info.description = store.text(ent->description);
+    info.timeDuration = store.text(ent->timeDuration);
     info.state = ent->state;
     char creator[sizeof ent->creator + 1];
     std::memcpy(creator, ent->creator, sizeof ent->creator);
     creator[sizeof ent->creator] = '\0';
-    info.creator = copyText(creator);
+    info.creator = store.text(creator);
     // Every text the entry has must be in the reply.
     const bool copied = (!key || info.rsvId) && (!ent->name || info.name) && (!ent->timeWindow || info.timeWindow) &&
                         (!ent->description || info.description) && (!ent->timeDuration || info.timeDuration) &&
                         info.creator;
     return copied ? RSV_OK : RSV_ERR_NO_MEMORY;
+}
+
+// What both replies begin with: false when the reply is already complete,
+// with `result` its outcome (52 for a NULL argument, reply untouched; 0 for
+// an empty table); true with numReservations set and no elements yet.
+bool beginReply(RsvTimeTbl *tbl, RsvInfoReply *reply, int &result)
+{
+    if (!tbl || !reply) {
+        result = RSV_ERR_BAD_ARGUMENT;
+        return false;
+    }
+    reply->numReservations = h_numEnts_(&tbl->entries);
+    reply->rsvInfo = nullptr;
+    result = RSV_OK;
+    return reply->numReservations >= 1;
+}
+
+// Fills every element of `reply` (its array made) from the table, in table
+// order; 55 at the first element that runs out of memory.
+template <typename Store>
+int fillReply(Store &store, RsvTimeTbl *tbl, RsvInfoReply *reply)
+{
+    HashIter iter;
+    int k = 0;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he && k < reply->numReservations;
+         he = h_nextEnt_(&iter), ++k) {
+        int status = fillInfoEnt(store, reply->rsvInfo[k], he->key, static_cast<RsvEnt *>(he->value));
+        if (status != RSV_OK)
+            return status;
+    }
+    return RSV_OK;
+}
+
+// The bytes of the packed pieces of one entry's element, as fillInfoEnt
+// takes them; false when a disabled-duration text cannot be made.
+bool entryBytes(const char *key, RsvEnt *ent, size_t &bytes)
+{
+    bytes += packedText(key) + packedText(ent->name) + packedText(ent->timeWindow) +
+             packedText(ent->description) + packedText(ent->timeDuration) +
+             packedSize(strnlen(ent->creator, sizeof ent->creator) + 1);
+    const int numHosts = ent->allocVector ? ent->numHosts : 0;
+    if (numHosts >= 1) {
+        bytes += packedSize(static_cast<size_t>(numHosts) * sizeof(RsvHostInfo));
+        // Known or not, the host gets its own name or the lost host's.
+        for (int j = 0; j < numHosts; ++j)
+            bytes += std::max(packedText(ent->allocVector[j].hostName), packedText(kLostHost));
+    }
+    if (ent->numJobs >= 1)
+        bytes += packedSize(static_cast<size_t>(ent->numJobs) * sizeof(int64_t)) +
+                 packedSize(static_cast<size_t>(ent->numJobs) * sizeof(int));
+    if (ent->disabledDurations && ent->disabledDurations->numEnts >= 1) {
+        const size_t count = static_cast<size_t>(ent->disabledDurations->numEnts);
+        bytes += packedSize((count + 1) * sizeof(char *));
+        ListIterator iter;
+        listIteratorAttach(&iter, ent->disabledDurations);
+        size_t n = 0;
+        for (ListEntry *e = listIteratorGetCurEntry(&iter); e && n < count; e = listIteratorNext(&iter), ++n) {
+            rsv::CPtr<char> text(durationText(reinterpret_cast<RsvDisableDuration *>(e)));
+            if (!text)
+                return false;
+            bytes += packedText(text.get());
+        }
+    }
+    return true;
 }
 
 } // namespace
@@ -193,24 +344,44 @@ extern "C" {
 // untouched).
 int RsvTimeTbl_ToRsvInfoReply(RsvTimeTbl *tbl, RsvInfoReply *reply)
 {
-    if (!tbl || !reply)
-        return RSV_ERR_BAD_ARGUMENT;
-    reply->numReservations = h_numEnts_(&tbl->entries);
-    reply->rsvInfo = nullptr;
-    if (reply->numReservations < 1)
-        return RSV_OK;
+    int result = RSV_OK;
+    if (!beginReply(tbl, reply, result))
+        return result;
     reply->rsvInfo = allocArray<RsvInfoEnt>(reply->numReservations);
     if (!reply->rsvInfo)
         return RSV_ERR_NO_MEMORY;
+    HeapStore store;
+    return fillReply(store, tbl, reply);
+}
+
+// As RsvTimeTbl_ToRsvInfoReply, with the element array and every text and
+// array of the reply in one block, released by RsvInfoReply_destroyPacked.
+int RsvTimeTbl_ToRsvInfoReplyPacked(RsvTimeTbl *tbl, RsvInfoReply *reply)
+{
+    int result = RSV_OK;
+    if (!beginReply(tbl, reply, result))
+        return result;
+    const size_t head = packedSize(static_cast<size_t>(reply->numReservations) * sizeof(RsvInfoEnt));
+    size_t bytes = head;
     HashIter iter;
-    int k = 0;
-    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he && k < reply->numReservations;
-         he = h_nextEnt_(&iter), ++k) {
-        int status = fillInfoEnt(reply->rsvInfo[k], he->key, static_cast<RsvEnt *>(he->value));
-        if (status != RSV_OK)
-            return status;
-    }
-    return RSV_OK;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter))
+        if (!entryBytes(he->key, static_cast<RsvEnt *>(he->value), bytes))
+            return RSV_ERR_NO_MEMORY;
+    auto *block = static_cast<char *>(rsv::allocRecord(1, bytes, kFn));
+    if (!block)
+        return RSV_ERR_NO_MEMORY;
+    reply->rsvInfo = reinterpret_cast<RsvInfoEnt *>(block);
+    PackedStore store(block + head, block + bytes);
+    return fillReply(store, tbl, reply);
+}
+
+// Releases a reply built packed: its one block.
+void RsvInfoReply_destroyPacked(RsvInfoReply *reply)
+{
+    if (!reply)
+        return;
+    free(reply->rsvInfo);
+    reply->rsvInfo = nullptr;
 }
 
 // Releases what one element owns, except its two job arrays (see

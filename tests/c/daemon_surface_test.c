@@ -1085,6 +1085,20 @@ static void testTable(const Paths *p)
     CHECK(reply.rsvInfo == NULL);
     CHECK_INT(RsvTimeTbl_ToRsvInfoReply(NULL, &reply), RSV_ERR_BAD_ARGUMENT);
 
+    /* The same reply packed in one block, released by one call. */
+    CHECK_INT(RsvTimeTbl_ToRsvInfoReplyPacked(tbl, &reply), RSV_OK);
+    CHECK_INT(reply.numReservations, 1);
+    if (reply.rsvInfo && reply.numReservations == 1) {
+        RsvInfoEnt *info = &reply.rsvInfo[0];
+        CHECK_STR(info->rsvId, "alice#0");
+        CHECK_STR(info->description, "first");
+        CHECK(info->hostInfo != NULL && strcmp(info->hostInfo[0].hostName, "hostA") == 0);
+        CHECK(info->jobIds != NULL && info->jobIds[0] == 42);
+    }
+    RsvInfoReply_destroyPacked(&reply);
+    CHECK(reply.rsvInfo == NULL);
+    CHECK_INT(RsvTimeTbl_ToRsvInfoReplyPacked(NULL, &reply), RSV_ERR_BAD_ARGUMENT);
+
     /* Activation is stamped, written, and measured by the finish record. */
     setRsvActive(tbl, ent);
     CHECK_INT(isRsvActive(ent), 1);

@@ -457,6 +457,132 @@ TEST_F(InfoReplyTest, EntDestroyOfNullIsLoggedUnderTheFileOrTraceClass)
 
 // ------------------------------------------------------------ RsvReq_ToString
 
+namespace {
+
+// Releases a packed reply at the end of a test, whatever happened.
+struct PackedGuard {
+    RsvInfoReply reply{};
+    ~PackedGuard() { RsvInfoReply_destroyPacked(&reply); }
+};
+
+bool sameText(const char *a, const char *b)
+{
+    return (!a && !b) || (a && b && std::strcmp(a, b) == 0);
+}
+
+// Two replies of `tbl` hold the same values in every field.
+::testing::AssertionResult sameReplies(RsvTimeTbl *tbl, const RsvInfoReply &a, const RsvInfoReply &b)
+{
+    if (a.numReservations != b.numReservations)
+        return ::testing::AssertionFailure() << "reservation counts differ";
+    for (int k = 0; k < a.numReservations; ++k) {
+        const RsvInfoEnt &x = a.rsvInfo[k];
+        const RsvInfoEnt &y = b.rsvInfo[k];
+        auto fail = [&](const char *field) { return ::testing::AssertionFailure() << k << ": " << field; };
+        if (x.options != y.options || !sameText(x.rsvId, y.rsvId) || !sameText(x.name, y.name))
+            return fail("header");
+        if (x.numHosts != y.numHosts || (x.hostInfo == nullptr) != (y.hostInfo == nullptr))
+            return fail("hosts");
+        for (int j = 0; j < x.numHosts && x.hostInfo; ++j) {
+            const RsvHostInfo &p = x.hostInfo[j];
+            const RsvHostInfo &q = y.hostInfo[j];
+            if (!sameText(p.hostName, q.hostName) || p.numCpus != q.numCpus || p.maxSlots != q.maxSlots ||
+                p.numSlots != q.numSlots || p.numUsedSlots != q.numUsedSlots || p.numJobsOnHost != q.numJobsOnHost)
+                return fail("host");
+        }
+        if (!sameText(x.timeWindow, y.timeWindow) || !sameText(x.description, y.description) ||
+            !sameText(x.timeDuration, y.timeDuration) || !sameText(x.creator, y.creator) || x.state != y.state)
+            return fail("texts");
+        if (x.numJobs != y.numJobs || (x.jobIds == nullptr) != (y.jobIds == nullptr) ||
+            (x.jobStatus == nullptr) != (y.jobStatus == nullptr))
+            return fail("jobs");
+        // The job arrays hold the entry's jobs, also where numJobs reports 0.
+        const int held = x.jobIds ? RsvTimeTbl_getEntry(tbl, x.rsvId)->numJobs : 0;
+        for (int i = 0; i < held; ++i)
+            if (x.jobIds[i] != y.jobIds[i] || x.jobStatus[i] != y.jobStatus[i])
+                return fail("job");
+        if ((x.disabledDurations == nullptr) != (y.disabledDurations == nullptr))
+            return fail("disabled days");
+        for (int i = 0; x.disabledDurations && (x.disabledDurations[i] || y.disabledDurations[i]); ++i)
+            if (!sameText(x.disabledDurations[i], y.disabledDurations[i]))
+                return fail("disabled day");
+    }
+    return ::testing::AssertionSuccess();
+}
+
+} // namespace
+
+// The packed reply holds what the default reply holds, field by field: known
+// and lost hosts, a shared identifier, jobs running or not, disabled days,
+// missing and present texts.
+TEST_F(InfoReplyTest, PackedReplyEqualsTheDefaultOne)
+{
+    daemon.addJob(1, 0x4, {hostA, hostB});
+    daemon.addJob(2, 0x1, {hostA});
+    daemon.addJob(11, 0x4, {hostA});
+    RsvEnt *first = addEntry(tbl.get(), "alice#0", {{"hostA", 2, 1, 1}, {"hostB", 1}}, {1, 2, 3});
+    first->description = strdup("first one");
+    first->timeDuration = strdup("Mon 09:00 - Mon 10:00");
+    std::strcpy(first->creator, "operator");
+    addEntry(tbl.get(), "alice#0@other", {{"gone", 2}, {"hostA", 1}}, {11, 12});
+    addEntry(tbl.get(), "bob#1", {{"gone", 3}});
+    addEntry(tbl.get(), "bob#2", {});
+    RsvEnt *recurring = addEntry(tbl.get(), "carol#0", {{"hostC", 1}}, {}, RSV_OPT_RECURRING, "8:0-17:0");
+    addDisabled(recurring, 1, 1);
+    addDisabled(recurring, 10, 12);
+    ReplyGuard heap;
+    PackedGuard packed;
+    ASSERT_EQ(RsvTimeTbl_ToRsvInfoReply(tbl.get(), &heap.reply), 0);
+    ASSERT_EQ(RsvTimeTbl_ToRsvInfoReplyPacked(tbl.get(), &packed.reply), 0);
+    EXPECT_TRUE(sameReplies(tbl.get(), heap.reply, packed.reply));
+    EXPECT_STREQ(packed.reply.rsvInfo[2].hostInfo[0].hostName, "lost_and_found");
+    EXPECT_STREQ(packed.reply.rsvInfo[4].disabledDurations[1], "Tue Dec 10 2030 - Thu Dec 12 2030");
+    EXPECT_EQ(packed.reply.rsvInfo[4].disabledDurations[2], nullptr);
+}
+
+// The packed reply is one block: whatever allocation fails, the result is
+// 55 or a complete reply, and either is released by one call.
+TEST_F(InfoReplyTest, PackedReplyShortageIs55AndReleasesCleanly)
+{
+    RsvEnt *ent = addEntry(tbl.get(), "alice#1", {{"hostB", 2}}, {}, RSV_OPT_RECURRING, "8:0-17:0");
+    ent->description = strdup("text");
+    addDisabled(ent, 1, 2);
+    int shortages = 0;
+    for (int n = 0; n < 20; ++n) {
+        daemon.failAfter(n);
+        PackedGuard g;
+        const int result = RsvTimeTbl_ToRsvInfoReplyPacked(tbl.get(), &g.reply);
+        daemon.failAfter(-1);
+        if (result != RSV_OK) {
+            EXPECT_EQ(result, RSV_ERR_NO_MEMORY) << "allocation " << n;
+            ++shortages;
+            continue;
+        }
+        EXPECT_STREQ(g.reply.rsvInfo[0].description, "text");
+        ASSERT_NE(g.reply.rsvInfo[0].disabledDurations, nullptr);
+        EXPECT_EQ(g.reply.rsvInfo[0].disabledDurations[1], nullptr);
+        EXPECT_GT(shortages, 0);
+        return;
+    }
+    FAIL() << "never succeeded";
+}
+
+TEST_F(InfoReplyTest, PackedReplyOfAnEmptyTableAndReleasingTwice)
+{
+    RsvInfoReply reply{};
+    EXPECT_EQ(RsvTimeTbl_ToRsvInfoReplyPacked(nullptr, &reply), RSV_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(RsvTimeTbl_ToRsvInfoReplyPacked(tbl.get(), &reply), 0);
+    EXPECT_EQ(reply.numReservations, 0);
+    EXPECT_EQ(reply.rsvInfo, nullptr);
+    addEntry(tbl.get(), "alice#0", {{"hostA", 2}});
+    ASSERT_EQ(RsvTimeTbl_ToRsvInfoReplyPacked(tbl.get(), &reply), 0);
+    RsvInfoReply_destroyPacked(&reply);
+    EXPECT_EQ(reply.rsvInfo, nullptr);
+    EXPECT_EQ(reply.numReservations, 1);
+    RsvInfoReply_destroyPacked(&reply);
+    RsvInfoReply_destroyPacked(nullptr);
+}
+
 TEST(RsvReqToString, PrintsTheRequestOnOneLine)
 {
     FakeDaemon daemon;

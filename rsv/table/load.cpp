@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "persist/persist_internal.h"
+#include "planner/planner_internal.h"
 #include "planner/restorebook.h"
 #include "rsv_internal.h"
 #include "table/change.h"
@@ -128,6 +129,8 @@ int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
         return -1;
     }
     const bool inBulk = h_numEnts_(&tbl->entries) == 0 && h_numEnts_(&tbl->plannerLists) == 0;
+    // A table whose planners are built when first needed books nothing now.
+    const bool bookInBulk = inBulk && !rsv::plannersLazy(tbl);
     HostShares shares;
 
     int restored = 0;
@@ -173,7 +176,7 @@ int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
         HashEnt *he = h_getEnt_(&tbl->entries, ent->rsvId);
         if (he && he->value == ent) {
             ++restored;
-            if (inBulk)
+            if (bookInBulk)
                 shares.add(ent);
         } else {
             // An entry with no hosts only advances its owner's counter.
@@ -183,7 +186,7 @@ int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
             rsv::freeEntry(ent);
         }
     }
-    if (inBulk)
+    if (bookInBulk)
         shares.book(tbl);
     if (numRejected)
         *numRejected = rejected;

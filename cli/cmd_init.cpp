@@ -22,6 +22,7 @@ namespace {
 struct InitOptions {
     std::vector<std::string> hosts;  // NAME:SLOTS[:CPUS]
     int maxPerOwner = 0;
+    bool demoCluster = false;  // the built-in demo cluster's hosts, no reservations
 };
 
 // "NAME:SLOTS[:CPUS]" as a hosts.conf line, checked as the file is.
@@ -51,6 +52,11 @@ std::string hostLine(const std::string &typed)
 
 std::string clusterText(const InitOptions &init)
 {
+    if (init.demoCluster) {
+        if (!init.hosts.empty() || init.maxPerOwner > 0)
+            usageError("--demo-cluster writes the demo's hosts: give it alone, or --host and --max-per-owner");
+        return demoClusterText();
+    }
     std::string text = clusterFileHeader();
     if (init.maxPerOwner > 0)
         text += fmt::format("\nmax-per-owner {}\n", init.maxPerOwner);
@@ -120,7 +126,9 @@ int runInit(const InitOptions &init, const GlobalOptions &global)
         throw;
     }
     close(lockFd);
-    if (init.hosts.empty())
+    if (init.demoCluster)
+        fmt::print("created {} with the demo cluster's hosts\n", conf);
+    else if (init.hosts.empty())
         fmt::print("created {} with no hosts yet: add one line per host (name slots [cpus] [alias ...])\n", conf);
     else
         fmt::print("created {} with {} host{}\n", conf, init.hosts.size(), init.hosts.size() == 1 ? "" : "s");
@@ -135,12 +143,15 @@ void addInitCommand(CLI::App &app, GlobalOptions &global, CommandList &commands)
     CLI::App *cmd = app.add_subcommand("init", "Create the state directory's cluster file, hosts.conf");
     cmd->add_option("--host", init->hosts, "A host: NAME:SLOTS or NAME:SLOTS:CPUS (repeat for more)");
     cmd->add_option("--max-per-owner", init->maxPerOwner, "Most reservations one owner may hold");
+    cmd->add_flag("--demo-cluster", init->demoCluster,
+                  "The built-in 16-host demo cluster, with no reservations (what demo books on)");
     cmd->footer(R"(Writes hosts.conf with the hosts given, or a commented file to fill in.
 The directory is made when missing; an existing hosts.conf is never replaced.
 Every other command except demo needs hosts.conf to be there.
 Examples:
   rsvctl --state-dir /var/lib/rsv init --host hpc01:16 --host hpc02:16 --host gpu01:8:32
-  rsvctl --state-dir /var/lib/rsv init      (then edit /var/lib/rsv/hosts.conf))");
+  rsvctl --state-dir /var/lib/rsv init      (then edit /var/lib/rsv/hosts.conf)
+  rsvctl --state-dir /tmp/rsv-try init --demo-cluster)");
     commands.push_back({cmd, [init, &global]() { return runInit(*init, global); }});
 }
 

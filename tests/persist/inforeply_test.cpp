@@ -522,6 +522,7 @@ TEST_F(InfoReplyTest, PackedReplyEqualsTheDefaultOne)
     daemon.addJob(11, 0x4, {hostA});
     RsvEnt *first = addEntry(tbl.get(), "alice#0", {{"hostA", 2, 1, 1}, {"hostB", 1}}, {1, 2, 3});
     first->description = strdup("first one");
+    free(first->timeDuration);
     first->timeDuration = strdup("Mon 09:00 - Mon 10:00");
     std::strcpy(first->creator, "operator");
     addEntry(tbl.get(), "alice#0@other", {{"gone", 2}, {"hostA", 1}}, {11, 12});

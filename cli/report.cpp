@@ -202,7 +202,7 @@ const std::vector<Column> &reservationColumns()
     return columns;
 }
 
-Listing reservationListing(const std::vector<ReservationView> &views)
+Listing reservationListing(const std::vector<ReservationView> &views, bool withJson)
 {
     Listing listing(reservationColumns());
     for (const auto &v : views) {
@@ -216,14 +216,14 @@ Listing reservationListing(const std::vector<ReservationView> &views)
         listing.addRow({v.id, v.owner, v.creator.empty() ? "-" : v.creator, type, std::to_string(v.totalSlots), hosts,
                         window, v.status, v.description ? *v.description : "-",
                         v.created ? formatTime(v.created) : "-"},
-                       toJson(v));
+                       withJson ? toJson(v) : nlohmann::ordered_json());
     }
     return listing;
 }
 
 std::string formatList(const std::vector<ReservationView> &views, const ListingOptions &options)
 {
-    Listing listing = reservationListing(views);
+    Listing listing = reservationListing(views, false);
     listing.chosen(options);  // an unknown field is an error also when nothing is listed
     if (views.empty())
         return options.noHeader ? "" : "no reservations\n";

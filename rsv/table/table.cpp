@@ -459,6 +459,7 @@ void RsvTimeTbl_freeTmpTable(RsvTimeTbl *tmpTbl)
     if (!tmpTbl)
         return;
     rsv::dropRecurringIndex(tmpTbl);
+    rsv::OwnerIndex_drop(tmpTbl);
     rsv::dropTableSettings(tmpTbl);
     h_freeTab_(&tmpTbl->plannerLists, freePlanner);
     h_freeTab_(&tmpTbl->entries, freeShallowEntry);

@@ -15,6 +15,7 @@
 #include "session.h"
 #include "signals.h"
 #include "timeparse.h"
+#include "zonetime.h"
 
 namespace rsvctl {
 
@@ -121,6 +122,7 @@ void checkCommandName(CLI::App &app, int argc, char **argv)
 
 int run(int argc, char **argv)
 {
+    readZoneOnce();
     CLI::App app{"rsvctl: advance reservations of job slots on a cluster's hosts"};
     app.name("rsvctl");
     app.require_subcommand(1);

@@ -1,6 +1,7 @@
 // report.cpp: list and show, in words and in JSON.
 #include "report.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include <fmt/format.h>
@@ -62,11 +63,11 @@ std::string windowInWords(const std::string &window, bool recurring)
     if (dash == std::string::npos)
         return window;
     std::string a = window.substr(0, dash), b = window.substr(dash + 1);
-    long long duration = RsvTimeWindow_toDuration(window.c_str());
     if (!recurring) {
         time_t begin = std::atoll(a.c_str()), end = std::atoll(b.c_str());
         return fmt::format("{} to {} ({})", formatTime(begin), formatTime(end), formatDuration(end - begin));
     }
+    long long duration = RsvTimeWindow_toDuration(window.c_str());
     int d1, h1, m1, d2, h2, m2;
     splitPoint(a, d1, h1, m1);
     splitPoint(b, d2, h2, m2);
@@ -84,10 +85,10 @@ std::string compactWindow(const std::string &window, bool recurring)
     std::string a = window.substr(0, dash), b = window.substr(dash + 1);
     if (!recurring) {
         // "Mon 11-23 09:00": the year only when it is not this year's.
-        auto point = [](time_t t) {
+        const std::string thisYear = formatTime(nowTime()).substr(4, 4);
+        auto point = [&thisYear](time_t t) {
             std::string full = formatTime(t);
-            bool thisYear = formatTime(nowTime()).substr(4, 4) == full.substr(4, 4);
-            return thisYear ? full.substr(0, 4) + full.substr(9) : full;
+            return thisYear == full.substr(4, 4) ? full.substr(0, 4) + full.substr(9) : full;
         };
         return fmt::format("{} - {}", point(std::atoll(a.c_str())), point(std::atoll(b.c_str())));
     }
@@ -107,6 +108,7 @@ std::vector<ReservationView> collectReservations(Session &session)
         throw CliError(kExitRefused, moduleErrorText(err, {}));
     time_t now = nowTime();
     std::vector<ReservationView> views;
+    views.reserve(static_cast<size_t>(std::max(owner.reply.numReservations, 0)));
     for (int k = 0; k < owner.reply.numReservations; ++k) {
         const RsvInfoEnt &info = owner.reply.rsvInfo[k];
         ReservationView v;
@@ -202,7 +204,7 @@ const std::vector<Column> &reservationColumns()
     return columns;
 }
 
-Listing reservationListing(const std::vector<ReservationView> &views)
+Listing reservationListing(const std::vector<ReservationView> &views, bool withJson)
 {
     Listing listing(reservationColumns());
     for (const auto &v : views) {
@@ -216,14 +218,14 @@ Listing reservationListing(const std::vector<ReservationView> &views)
         listing.addRow({v.id, v.owner, v.creator.empty() ? "-" : v.creator, type, std::to_string(v.totalSlots), hosts,
                         window, v.status, v.description ? *v.description : "-",
                         v.created ? formatTime(v.created) : "-"},
-                       toJson(v));
+                       withJson ? toJson(v) : nlohmann::ordered_json());
     }
     return listing;
 }
 
 std::string formatList(const std::vector<ReservationView> &views, const ListingOptions &options)
 {
-    Listing listing = reservationListing(views);
+    Listing listing = reservationListing(views, false);
     listing.chosen(options);  // an unknown field is an error also when nothing is listed
     if (views.empty())
         return options.noHeader ? "" : "no reservations\n";

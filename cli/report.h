@@ -60,9 +60,10 @@ std::string compactWindow(const std::string &window, bool recurring);
 
 nlohmann::ordered_json toJson(const ReservationView &view);
 
-// The columns of list, and its rows.
+// The columns of list, and its rows; each row's JSON object only when
+// `withJson` (a text listing never reads them).
 const std::vector<Column> &reservationColumns();
-Listing reservationListing(const std::vector<ReservationView> &views);
+Listing reservationListing(const std::vector<ReservationView> &views, bool withJson = true);
 
 // list's text: the chosen columns, "no reservations" when there are none
 // (nothing at all with --noheader).

@@ -118,10 +118,10 @@ std::string offsetText(long offset)
 // The zone's name for messages.
 std::string zoneName()
 {
+    if (!zoneNamedByOperator())
+        return "the local zone";
     const char *tz = std::getenv("TZ");
-    if (tz && *tz)
-        return tz[0] == ':' ? tz + 1 : tz;
-    return "the local zone";
+    return tz[0] == ':' ? tz + 1 : tz;
 }
 
 // A wall time the operator typed, in the operator's zone: refused when the

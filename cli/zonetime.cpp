@@ -6,13 +6,22 @@
 // afternoon in 2040 has its summer offset.
 #include "zonetime.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 #include <date/date.h>
 
 namespace rsvctl {
 
 namespace {
+
+// The file the C library reads when $TZ is unset, and $TZ naming it.
+constexpr const char *kSystemZoneFile = "/etc/localtime";
+constexpr const char *kSystemZoneTz = ":/etc/localtime";
+bool zoneSetHere = false;
 
 date::year_month_day ymdOf(const WallTime &w)
 {
@@ -96,6 +105,19 @@ WallResolution resolveWallTime(const WallTime &wall)
         r.second = static_cast<time_t>(lo);
     }
     return r;
+}
+
+void readZoneOnce()
+{
+    if (std::getenv("TZ") || access(kSystemZoneFile, R_OK) != 0)
+        return;
+    zoneSetHere = setenv("TZ", kSystemZoneTz, 0) == 0;
+}
+
+bool zoneNamedByOperator()
+{
+    const char *tz = std::getenv("TZ");
+    return tz && *tz && !(zoneSetHere && std::strcmp(tz, kSystemZoneTz) == 0);
 }
 
 } // namespace rsvctl

@@ -36,6 +36,15 @@ struct WallResolution {
 
 WallResolution resolveWallTime(const WallTime &wall);
 
+// With $TZ unset the C library looks the zone file up again on every
+// mktime; naming the system's zone file in $TZ (when there is one) lets it
+// keep the zone it read, with the same offsets. Called once at start.
+void readZoneOnce();
+
+// Whether $TZ names the operator's zone: false when it is unset, empty, or
+// was set by readZoneOnce.
+bool zoneNamedByOperator();
+
 } // namespace rsvctl
 
 #endif

@@ -50,6 +50,20 @@ bool RsvId_hasWrapped(const char *owner) noexcept;
 // start again at 0.
 int RsvId_perOwnerLimit() noexcept;
 
+// The reservations of `owner` in `tbl` as RsvId_new's walk counts them,
+// from an index kept per table (ownerindex.cpp): the numbers of its own
+// identifiers in the table's order in used[0..own) (at most `max`), and how
+// many other owners' identifiers carry a word of its name in `other` (not
+// counted when own reaches `max`). False when the index cannot serve the
+// call (the table's first search, or memory ran out): the caller walks.
+bool OwnerIndex_count(RsvTimeTbl *tbl, const char *owner, int max, int *used, int &own, int &other) noexcept;
+
+// h_delEnt_ of an entry of the table's `entries`, the owner index following.
+void OwnerIndex_delEnt(RsvTimeTbl *tbl, HashEnt *he) noexcept;
+
+// Forget the owner index of `tbl` (the table is being freed). NULL is ignored.
+void OwnerIndex_drop(const RsvTimeTbl *tbl) noexcept;
+
 // The id file's text, byte for byte what RsvTimeTbl_logId writes, appended
 // to `out`. Throws std::bad_alloc.
 void RsvId_appendFileText(std::string &out);

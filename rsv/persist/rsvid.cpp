@@ -88,6 +88,11 @@ struct OwnerCount {
 
 void countOwner(RsvTimeTbl *tbl, const char *owner, int max, OwnerCount &count)
 {
+    // The walk logs every identifier it passes; the index serves the rest.
+    if (!rsv::logOn(LC_RSV) && rsv::OwnerIndex_count(tbl, owner, max, count.used.get(), count.own, count.other))
+        return;
+    count.own = 0;
+    count.other = 0;
     HashIter iter;
     for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
         const RsvEnt *ent = static_cast<const RsvEnt *>(he->value);

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "persist/persist_internal.h"
 #include "planner/planner_internal.h"
 #include "rsv_internal.h"
 
@@ -191,7 +192,7 @@ void Change::finishRemovals() noexcept
         if (!he || he->value != ent)
             continue;
         RsvTimeTbl_removeNameEntry(nameTable, ent->rsvId);
-        h_delEnt_(&tbl_->entries, he);
+        rsv::OwnerIndex_delEnt(tbl_, he);
         rsv::freeEntry(ent);
     }
     removing_.clear();
@@ -207,7 +208,7 @@ void Change::undo() noexcept
         RsvEnt *ent = *it;
         HashEnt *he = ent->rsvId ? h_getEnt_(&tbl_->entries, ent->rsvId) : nullptr;
         if (he && he->value == ent)
-            h_delEnt_(&tbl_->entries, he);
+            rsv::OwnerIndex_delEnt(tbl_, he);
         rsv::freeEntry(ent);
     }
     added_.clear();

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "persist/persist_internal.h"
 #include "planner/planner_internal.h"
 #include "rsv_internal.h"
 
@@ -94,6 +95,7 @@ void RsvTimeTbl_free(RsvTimeTbl *tbl)
     if (!tbl)
         return;
     rsv::dropRecurringIndex(tbl);
+    rsv::OwnerIndex_drop(tbl);
     rsv::dropLazyPlanners(tbl);
     rsv::dropTableSettings(tbl);
     h_freeTab_(&tbl->entries, destroyEntry);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "persist/persist_internal.h"
 #include "planner/planner_internal.h"
 #include "rsv_internal.h"
 #include "table/change.h"
@@ -51,7 +52,7 @@ int removeAll(RsvTimeTbl *tbl, const char *const *rsvIds, int count)
         if (!ent) {
             // A key without a record holds no bookings: it just goes.
             if (he)
-                h_delEnt_(&tbl->entries, he);
+                rsv::OwnerIndex_delEnt(tbl, he);
             continue;
         }
         if (!change.removing(ent)) {
@@ -234,7 +235,7 @@ void RsvTimeTbl_restoreEntry(RsvTimeTbl *tbl, RsvEnt *ent)
             kx_syslog(KX_LOG_WARNING, "%s: reservation <%s> restored twice; the later record replaces the earlier",
                       kFunc, ent->rsvId);
             Rsv_dealloc(tbl, old);
-            h_delEnt_(&tbl->entries, earlier);
+            rsv::OwnerIndex_delEnt(tbl, earlier);
             rsv::freeEntry(old);
             rsv::noteRecurringChange();
         }
@@ -458,6 +459,7 @@ void RsvTimeTbl_freeTmpTable(RsvTimeTbl *tmpTbl)
     if (!tmpTbl)
         return;
     rsv::dropRecurringIndex(tmpTbl);
+    rsv::OwnerIndex_drop(tmpTbl);
     rsv::dropTableSettings(tmpTbl);
     h_freeTab_(&tmpTbl->plannerLists, freePlanner);
     h_freeTab_(&tmpTbl->entries, freeShallowEntry);

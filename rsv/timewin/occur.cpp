@@ -122,20 +122,31 @@ time_t Rsv_timeToOccurFromGivenTime(const char *timePoint, time_t reference, int
     const int d = occurrenceDay(day, hour, minute, mode, W, tmNow.tm_hour, tmNow.tm_min);
     const int offset = W <= d ? d - W : d - W + 7;
 
-    char weekdayName[4] = "";
-    char monthName[4] = "";
     int mday = 0;
+    int mon = 0;
     int year = 0;
-    const char *dateText = intToDate(nextDays(today, offset));
-    if (dateText == nullptr ||
-        std::sscanf(dateText, "%3s%3s%d%d", weekdayName, monthName, &mday, &year) != 4)
-        return -1;
+    const int date = nextDays(today, offset);
+    if (date >= 0) {
+        // nextDays carries every field over, so the digits are the date:
+        // year * 10000 + month (0..11) * 100 + day, as the text below reads.
+        year = date / 10000;
+        mon = date / 100 % 100;
+        mday = date % 100;
+    } else {
+        char weekdayName[4] = "";
+        char monthName[4] = "";
+        const char *dateText = intToDate(date);
+        if (dateText == nullptr ||
+            std::sscanf(dateText, "%3s%3s%d%d", weekdayName, monthName, &mday, &year) != 4)
+            return -1;
+        mon = monthIndex(monthName);
+    }
 
     struct tm when {};
     when.tm_min = minute;
     when.tm_hour = hour;
     when.tm_mday = mday;
-    when.tm_mon = monthIndex(monthName);
+    when.tm_mon = mon;
     when.tm_year = year - 1900;
     // The reference time's daylight flag is carried over on purpose: on the
     // day of a change mktime shifts the result by the hour, which the

@@ -21,6 +21,10 @@ bool sundayOf(time_t t, int *sunday);
 // (RsvMod_setWideTimes) the whole 64-bit number.
 time_t windowPoint(const char *text) noexcept;
 
+// How many times RsvEnt_updateWithMod has given an entry a new owner: an
+// index of owners is made again when it changes.
+unsigned long long ownerRenameGeneration() noexcept;
+
 } // namespace rsv
 
 #endif

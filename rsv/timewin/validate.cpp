@@ -62,7 +62,19 @@ void ctimeInto(time_t t, char *buf, size_t size)
     std::snprintf(buf, size, "%s", text ? text : "");
 }
 
+// Owners given by RsvEnt_updateWithMod (ownerRenameGeneration).
+unsigned long long ownerRenames = 0;
+
 } // namespace
+
+namespace rsv {
+
+unsigned long long ownerRenameGeneration() noexcept
+{
+    return ownerRenames;
+}
+
+} // namespace rsv
 
 extern "C" {
 
@@ -307,6 +319,7 @@ void RsvEnt_updateWithMod(RsvEnt *ent, RsvModReq *modReq)
     if (newName) {
         free(ent->name);
         ent->name = name.release();
+        ++ownerRenames;
         ent->options |= RSV_MOD_NAME;
         ent->options &= ~(0x1 | 0x2);
         ent->options |= reqOptions & (0x1 | 0x2);

@@ -345,3 +345,25 @@ INSTANTIATE_TEST_SUITE_P(Zones, DatesInZone, ::testing::Values("UTC", "America/N
                          [](const ::testing::TestParamInfo<const char *> &info) {
                              return std::string(info.param[0] == 'U' ? "UTC" : "NewYork");
                          });
+
+// The occurrence arithmetic reads a date from nextDays' digits instead of
+// printing and scanning it: both must give the same year, month and day, over
+// centuries of days, leap years and month ends included.
+TEST(NextDays, DigitsAreTheDateIntToDatePrints)
+{
+    static const char *const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    for (const int start : {19700001, 20260009, 20281130, 20991131, 20380018}) {
+        for (int n = -40000; n <= 40000; n += 7 + (n & 3)) {
+            const int date = nextDays(start, n);
+            ASSERT_GE(date, 0) << start << " " << n;
+            char weekday[4] = "", month[4] = "";
+            int mday = 0, year = 0;
+            ASSERT_EQ(std::sscanf(intToDate(date), "%3s%3s%d%d", weekday, month, &mday, &year), 4);
+            EXPECT_EQ(date / 10000, year) << date;
+            ASSERT_LT(date / 100 % 100, 12) << date;
+            EXPECT_STREQ(months[date / 100 % 100], month) << date;
+            EXPECT_EQ(date % 100, mday) << date;
+        }
+    }
+}

@@ -1,11 +1,19 @@
 // The times an operator types, one table: every form, in a zone with clock
 // changes, in zones far from UTC, past 2038, and the refusals word for word.
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <iterator>
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include "cli_error.h"
 #include "daylist.h"
 #include "rsv_test_support.h"
 #include "timeparse.h"
+#include "zonetime.h"
 
 using namespace rsvctl;
 
@@ -160,4 +168,42 @@ TEST(DayList, EveryFormBecomesTheModulesFullDates)
     for (const char *bad : {"", "2026-02-30", "2026-13-01", "12:24-", "x", "2026-12-24..", "1:2:3:4",
                             "2027-01-02..2026-12-30", "12:24,,12:25"})
         EXPECT_THROW(parseDayList(bad, "--disable", today), CliError) << bad;
+}
+
+TEST(ZoneReadOnce, AnUnsetZoneBecomesTheSystemFileWithTheSameOffsets)
+{
+    if (access("/etc/localtime", R_OK) != 0)
+        GTEST_SKIP() << "no /etc/localtime here";
+    rsvtest::ScopedTz restore("UTC");
+    unsetenv("TZ");
+    tzset();
+    // Instants either side of the clock changes of many zones, and past 2038.
+    const time_t probes[] = {0, 1711846800, 1729990800, 1796112000, 2500000000};
+    std::vector<long> offsets;
+    std::vector<int> hours;
+    for (time_t t : probes) {
+        offsets.push_back(utcOffsetAt(t));
+        hours.push_back(wallTimeOf(t).hour);
+    }
+    EXPECT_FALSE(zoneNamedByOperator());
+    readZoneOnce();
+    ASSERT_NE(std::getenv("TZ"), nullptr);
+    EXPECT_STREQ(std::getenv("TZ"), ":/etc/localtime");
+    EXPECT_FALSE(zoneNamedByOperator());
+    for (size_t i = 0; i < std::size(probes); ++i) {
+        EXPECT_EQ(utcOffsetAt(probes[i]), offsets[i]) << probes[i];
+        EXPECT_EQ(wallTimeOf(probes[i]).hour, hours[i]) << probes[i];
+    }
+}
+
+TEST(ZoneReadOnce, AZoneTheOperatorNamedIsKept)
+{
+    rsvtest::ScopedTz tz("Europe/Berlin");
+    readZoneOnce();
+    EXPECT_STREQ(std::getenv("TZ"), "Europe/Berlin");
+    EXPECT_TRUE(zoneNamedByOperator());
+    setenv("TZ", "", 1);
+    readZoneOnce();
+    EXPECT_STREQ(std::getenv("TZ"), "");
+    EXPECT_FALSE(zoneNamedByOperator());
 }

@@ -124,7 +124,7 @@ std::optional<Due> dueOf(RsvEnt *ent, time_t ref)
 }
 
 // Local midnight of the Sunday that starts the week holding t, plus `weeks`.
-[[maybe_unused]] time_t weekStart(time_t t, int weeks)
+time_t weekStart(time_t t, int weeks)
 {
     struct tm tm {};
     localtime_r(&t, &tm);
@@ -415,6 +415,21 @@ struct Lifecycle::Impl {
         schedule(id, Due{d.instEnd, Kind::End, d.instStart, d.instEnd});
     }
 
+    // Once a week, at local midnight starting Sunday: the planners of the
+    // weeks before this one go.
+    void trimIfDue(time_t now)
+    {
+        if (nextTrim != 0 && now < nextTrim)
+            return;
+        time_t thisWeek = weekStart(now, 0);
+        int removed = RsvTimeTbl_trimPastWeeks(tbl, thisWeek);
+        if (removed < 0)
+            emit("error", {{"error", "trimming past weeks ran out of memory"}});
+        else
+            emit("trimmed", {{"before", thisWeek}, {"planners", removed}});
+        nextTrim = weekStart(now, 1);
+    }
+
     void run(const std::string &id, const Due &d, time_t now)
     {
         RsvEnt *ent = RsvTimeTbl_getEntry(tbl, id.c_str());
@@ -560,8 +575,9 @@ time_t Lifecycle::step(time_t now)
             m.retryLater(id, d, now);
         }
     }
-    m.next = m.queue.empty() ? 0 : m.queue.begin()->first;
-    if (m.next != 0 && m.next <= now)
+    m.trimIfDue(now);
+    m.next = m.queue.empty() ? m.nextTrim : std::min(m.queue.begin()->first, m.nextTrim);
+    if (m.next <= now)
         m.next = now + 1;
     return m.next;
 }

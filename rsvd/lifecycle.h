@@ -46,8 +46,10 @@ public:
     // does. Returns step()'s next-due time.
     time_t start(time_t now);
 
-    // Does everything due at or before `now`. Returns the next time anything
-    // is due (always after `now`), or 0 when nothing is.
+    // Does everything due at or before `now`, including the weekly trim of
+    // past weeks' planners (the first step trims at once, later ones at local
+    // midnight starting each Sunday). Returns the next time anything is due,
+    // always after `now`: the next instance start or end, or the next trim.
     time_t step(time_t now);
 
     // The table changed: recompute what is due for every reservation (cost

@@ -107,12 +107,22 @@ protected:
         return next;
     }
 
+    // The events of reservations (the weekly trims left out).
     std::vector<std::string> names() const
     {
         std::vector<std::string> out;
         for (auto &e : events)
-            out.push_back(e.name);
+            if (e.name != "trimmed")
+                out.push_back(e.name);
         return out;
+    }
+
+    // Local midnight starting the Sunday after `t`: the next weekly trim.
+    static time_t nextSunday(time_t t)
+    {
+        struct tm tm {};
+        localtime_r(&t, &tm);
+        return localTime(tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday - tm.tm_wday + 7);
     }
 
     std::vector<time_t> startsOf(const std::string &event) const
@@ -158,9 +168,9 @@ TEST_P(LifecycleTest, OneOffActivatesAtItsStartAndExpiresAtItsEnd)
     makeEngine();
 
     EXPECT_EQ(startAt(clock.now()), start);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(names().empty());
     EXPECT_EQ(stepAt(start - 1), start);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(names().empty());
 
     EXPECT_EQ(stepAt(start), end);
     EXPECT_EQ(names(), std::vector<std::string>{"activated"});
@@ -173,7 +183,8 @@ TEST_P(LifecycleTest, OneOffActivatesAtItsStartAndExpiresAtItsEnd)
     EXPECT_EQ(job->rsvFlags, 0);
 
     EXPECT_EQ(stepAt(end - 1), end);
-    EXPECT_EQ(stepAt(end), 0);
+    // Nothing left but the weekly trim.
+    EXPECT_EQ(stepAt(end), nextSunday(end));
     EXPECT_EQ(names(), (std::vector<std::string>{"activated", "finished", "deactivated", "expired"}));
     EXPECT_EQ(RsvTimeTbl_getEntry(tbl, id.c_str()), nullptr);
     EXPECT_EQ(stateFileText().find(id), std::string::npos);
@@ -189,8 +200,8 @@ TEST_P(LifecycleTest, OneOffActivatesAtItsStartAndExpiresAtItsEnd)
     EXPECT_EQ(records[0]["missed"], false);
     EXPECT_EQ(records[0]["hosts"][0]["host"], "h0");
     EXPECT_EQ(records[0]["hosts"][0]["slots"], 4);
-    EXPECT_EQ(events[2].fields["owner"], "alice");
-    EXPECT_EQ(events[3].fields["instanceEnd"], end);
+    EXPECT_EQ(events.back().fields["owner"], "alice");
+    EXPECT_EQ(events.back().fields["instanceEnd"], end);
     EXPECT_EQ(engine->scheduled(), 0u);
     EXPECT_TRUE(tableVerifies(tbl));
 }
@@ -263,11 +274,14 @@ TEST_P(LifecycleTest, WeeklyAcrossTheWeekEnd)
     time_t sat = localTime(2023, 11, 11, 20, 0);
     time_t mon = localTime(2023, 11, 13, 8, 0);
     EXPECT_EQ(startAt(clock.now()), sat);
-    EXPECT_EQ(stepAt(sat), mon);
+    // The weekly trim comes first, at midnight starting Sunday.
+    EXPECT_EQ(stepAt(sat), localTime(2023, 11, 12));
     EXPECT_TRUE(isRsvActive(RsvTimeTbl_getEntry(tbl, id.c_str())));
-    EXPECT_EQ(stepAt(localTime(2023, 11, 12, 12, 0)), mon);
+    EXPECT_EQ(stepAt(localTime(2023, 11, 12)), mon);
+    EXPECT_TRUE(isRsvActive(RsvTimeTbl_getEntry(tbl, id.c_str())));
     EXPECT_EQ(stepAt(mon), localTime(2023, 11, 18, 20, 0));
-    EXPECT_EQ(stepAt(localTime(2023, 11, 18, 20, 0)), localTime(2023, 11, 20, 8, 0));
+    EXPECT_EQ(stepAt(localTime(2023, 11, 18, 20, 0)), localTime(2023, 11, 19));
+    EXPECT_EQ(stepAt(localTime(2023, 11, 19)), localTime(2023, 11, 20, 8, 0));
     EXPECT_EQ(stepAt(localTime(2023, 11, 20, 8, 0)), localTime(2023, 11, 25, 20, 0));
     auto records = finishRecords();
     ASSERT_EQ(records.size(), 2u);
@@ -282,7 +296,7 @@ TEST_P(LifecycleTest, WeeklyAcrossTheWeekEnd)
 TEST_P(LifecycleTest, ChangesAreScheduledOneByOne)
 {
     makeEngine();
-    EXPECT_EQ(startAt(clock.now()), 0);
+    EXPECT_EQ(startAt(clock.now()), nextSunday(clock.now()));
     time_t start = localTime(2023, 11, 2, 8, 0);
     time_t end = localTime(2023, 11, 2, 9, 0);
     std::string id = addReservation(tbl, 0, "dave", 1, {"h0"}, oneOff(start, end));
@@ -299,7 +313,7 @@ TEST_P(LifecycleTest, ChangesAreScheduledOneByOne)
     engine->changed();
     EXPECT_EQ(engine->scheduled(), 1u);
     EXPECT_EQ(stepAt(clock.now()), start);
-    EXPECT_TRUE(events.empty());
+    EXPECT_TRUE(names().empty());
 }
 
 TEST_P(LifecycleTest, EarlyRemovalOfAnActiveReservationIsChargedToNow)
@@ -314,7 +328,7 @@ TEST_P(LifecycleTest, EarlyRemovalOfAnActiveReservationIsChargedToNow)
     ASSERT_TRUE(engine->finishEarly(id.c_str(), start + 600));
     ASSERT_EQ(RsvTimeTbl_removeEntry(tbl, id.c_str()), RSV_OK);
     engine->changed(id.c_str());
-    EXPECT_EQ(stepAt(start + 600), 0);
+    EXPECT_EQ(stepAt(start + 600), nextSunday(start));
     auto records = finishRecords();
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0]["activeDuration"], 600);
@@ -393,7 +407,7 @@ TEST_P(LifecycleTest, AnInstanceThatEndedWhileDownIsFinishedAtStartUp)
     restart();
     // Down from start + 120 until long after both windows.
     time_t back = localTime(2023, 11, 1, 18, 0);
-    EXPECT_EQ(startAt(back), 0);
+    EXPECT_EQ(startAt(back), nextSunday(back));
     auto records = finishRecords();
     ASSERT_EQ(records.size(), 2u);
     std::map<std::string, nlohmann::json> byId;
@@ -426,7 +440,7 @@ TEST_P(LifecycleTest, ARunningInstanceStaysActiveAcrossARestart)
     EXPECT_TRUE(isRsvActive(ent));
     EXPECT_EQ(ent->activeTime, start);
     EXPECT_EQ(stateFileText(), before);
-    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(names(), std::vector<std::string>{"activated"});
     EXPECT_EQ(events[0].fields["resumed"], true);
     EXPECT_EQ(stepAt(end), localTime(2023, 11, 2, 10, 0));
     auto records = finishRecords();
@@ -445,6 +459,60 @@ TEST_P(LifecycleTest, AnUnfinishedLastLineIsCutAtStartUp)
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0]["rsvId"], "x#1");
     EXPECT_EQ(records[1]["instanceStart"], start);
+}
+
+TEST_P(LifecycleTest, TrimsThePlannersOfPastWeeksOnceAWeek)
+{
+    // Bookings in the week of 29 October, this week (from 1 November) and
+    // the next; the weeks before this one go at start-up, the next at its
+    // end.
+    clock.set(localTime(2023, 10, 30, 9, 0));
+    addReservation(tbl, 0, "lou", 3, {"h0"}, oneOff(localTime(2023, 10, 30, 10, 0), localTime(2023, 10, 30, 11, 0)));
+    std::string spanning = addReservation(tbl, 0, "lou", 2, {"h1"},
+                                          oneOff(localTime(2023, 11, 3, 10, 0), localTime(2023, 11, 7, 11, 0)));
+    addReservation(tbl, 0, "lou", 1, {"h0"}, oneOff(localTime(2023, 11, 8, 10, 0), localTime(2023, 11, 8, 11, 0)));
+    addReservation(tbl, RSV_OPT_RECURRING, "max", 1, {"h0"}, "12:0-13:0");
+    makeEngine();
+    RsvWeek *weeks = nullptr;
+    ASSERT_EQ(RsvTimeTbl_plannerWeeks(tbl, "h0", &weeks), 3);
+    std::free(weeks);
+    int cells[RSV_PLANNER_DAYS][RSV_PLANNER_SLOTS_PER_DAY];
+    RsvWeek next{};
+    RsvTime_toWeek(localTime(2023, 11, 8), &next);
+    ASSERT_EQ(RsvTimeTbl_hostWeekCells(tbl, "h0", &next, cells), 0);
+    std::vector<int> nextWeekCells(&cells[0][0], &cells[0][0] + sizeof cells / sizeof(int));
+
+    time_t due = startAt(localTime(2023, 11, 10, 9, 0));
+    // Nothing else is due before Sunday 12 November but the trim: the
+    // one-off of the 8th expired at start-up, the daily one starts at noon.
+    EXPECT_EQ(due, localTime(2023, 11, 10, 12, 0));
+    ASSERT_FALSE(events.empty());
+    // After what was due: the finish records and expiries of the three
+    // one-off reservations that came and went while the daemon was down.
+    EXPECT_EQ(names(), (std::vector<std::string>{"finished", "expired", "finished", "expired", "finished", "expired"}));
+    EXPECT_EQ(events.back().name, "trimmed");
+    EXPECT_EQ(events.back().fields["before"], localTime(2023, 11, 5));
+    EXPECT_EQ(events.back().fields["planners"], 2); // h0 and h1, week of 29 October
+    weeks = nullptr;
+    ASSERT_EQ(RsvTimeTbl_plannerWeeks(tbl, "h0", &weeks), 2);
+    EXPECT_TRUE(RsvWeek_equal(&weeks[0], &rsvWeekRecur));
+    EXPECT_TRUE(RsvWeek_equal(&weeks[1], &next));
+    std::free(weeks);
+    ASSERT_EQ(RsvTimeTbl_hostWeekCells(tbl, "h0", &next, cells), 0);
+    // The one-off of the 8th has expired since; the daily hours stay.
+    for (int slot = 10 * 6; slot < 11 * 6; ++slot)
+        nextWeekCells[3 * RSV_PLANNER_SLOTS_PER_DAY + slot] -= 1;
+    EXPECT_EQ(std::vector<int>(&cells[0][0], &cells[0][0] + sizeof cells / sizeof(int)), nextWeekCells);
+    EXPECT_TRUE(tableVerifies(tbl));
+    EXPECT_EQ(RsvTimeTbl_getEntry(tbl, spanning.c_str()), nullptr);
+
+    size_t trims = 1;
+    due = runUntil(due, localTime(2023, 11, 20, 0, 0));
+    for (auto &e : events)
+        if (e.name == "trimmed" && e.fields["before"] == localTime(2023, 11, 12))
+            ++trims;
+    EXPECT_EQ(trims, 2u);
+    EXPECT_TRUE(tableVerifies(tbl));
 }
 
 INSTANTIATE_TEST_SUITE_P(Zones, LifecycleTest, ::testing::Values("UTC", "America/New_York"));

@@ -334,6 +334,26 @@ TEST_P(LifecycleTest, EarlyRemovalOfAnActiveReservationIsChargedToNow)
     EXPECT_EQ(records[0]["activeDuration"], 600);
 }
 
+TEST_P(LifecycleTest, AnEarlyRecordIsNotWrittenAgainAfterACrashBeforeTheRemoval)
+{
+    time_t start = localTime(2023, 11, 1, 10, 0);
+    time_t end = localTime(2023, 11, 1, 14, 0);
+    std::string id = addReservation(tbl, 0, "erin", 2, {"h0"}, oneOff(start, end));
+    makeEngine();
+    startAt(clock.now());
+    EXPECT_EQ(stepAt(start), end);
+    clock.set(start + 600);
+    ASSERT_TRUE(engine->finishEarly(id.c_str(), start + 600));
+    restart(); // before the removal
+    EXPECT_EQ(startAt(start + 1200), end);
+    EXPECT_TRUE(isRsvActive(RsvTimeTbl_getEntry(tbl, id.c_str())));
+    runUntil(end, end);
+    EXPECT_EQ(RsvTimeTbl_getEntry(tbl, id.c_str()), nullptr);
+    auto records = finishRecords();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0]["activeDuration"], 600);
+}
+
 // A crash after each event of a one-off and a recurring reservation's
 // lifetime (and before the first): after the restart every instance has
 // exactly one finish record, the one-off reservation is gone, and the table

@@ -444,8 +444,8 @@ struct Lifecycle::Impl {
     }
 
     // The finish log from its end back to the first record logged before
-    // `since`: every record for an instance that ended at or after `since`
-    // was logged at or after that end, so nothing older is needed.
+    // `since`: a record is never written before its instance starts, so
+    // nothing older concerns an instance that starts at or after `since`.
     void readRecordedSince(time_t since)
     {
         int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -538,11 +538,12 @@ time_t Lifecycle::start(time_t now)
     Impl &m = *impl_;
     m.cutTornTail();
     m.rebuild(now);
-    // The finish log is consulted only for instances that have already ended.
+    // The finish log is consulted for the instances that are active or over:
+    // their records, if any, were written after they started.
     time_t since = 0;
     for (const auto &[id, d] : m.due) {
-        if (d.instEnd <= now && (since == 0 || d.instEnd < since))
-            since = d.instEnd;
+        if ((d.kind == Kind::End || d.instEnd <= now) && (since == 0 || d.instStart < since))
+            since = d.instStart;
         RsvEnt *ent = RsvTimeTbl_getEntry(m.tbl, id.c_str());
         if (d.kind == Kind::End && d.instEnd > now && ent && !isRsvActive(ent)) {
             // Active when the daemon stopped and still running: the state the
@@ -594,6 +595,10 @@ void Lifecycle::changed(const char *rsvId)
     Impl &m = *impl_;
     RsvEnt *ent = RsvTimeTbl_getEntry(m.tbl, rsvId);
     if (!ent) {
+        // Removed: a record finishEarly wrote for it is needed no more.
+        auto it = m.due.find(rsvId);
+        if (it != m.due.end())
+            m.forget(rsvId, it->second.instStart, it->second.instEnd);
         m.unschedule(rsvId);
         return;
     }

@@ -148,6 +148,17 @@ protected:
         ++ent->numJobs;
     }
 
+    // A one-off reservation of 10:00 to 14:00, activated at its start and
+    // finished early ten minutes later (its record written, not removed).
+    std::string activeThenFinishedEarly()
+    {
+        std::string id = addReservation(tbl, 0, "erin", 2, {"h0"}, oneOff(earlyStart, earlyEnd));
+        makeEngine();
+        startAt(clock.now());
+        EXPECT_EQ(stepAt(earlyStart), earlyEnd);
+        clock.set(earlyStart + 600);
+        return engine->finishEarly(id.c_str(), earlyStart + 600) ? id : "";
+    }
     ScopedTz tz;
     PinnedClock clock;
     FakeDaemon daemon;
@@ -156,6 +167,9 @@ protected:
     std::unique_ptr<rsvd::Lifecycle> engine;
     std::vector<Event> events;
     int crashAt = 0;
+    // The window of activeThenFinishedEarly(), read once the zone is pinned.
+    const time_t earlyStart = localTime(2023, 11, 1, 10, 0);
+    const time_t earlyEnd = localTime(2023, 11, 1, 14, 0);
 };
 
 TEST_P(LifecycleTest, OneOffActivatesAtItsStartAndExpiresAtItsEnd)
@@ -318,17 +332,25 @@ TEST_P(LifecycleTest, ChangesAreScheduledOneByOne)
 
 TEST_P(LifecycleTest, EarlyRemovalOfAnActiveReservationIsChargedToNow)
 {
-    time_t start = localTime(2023, 11, 1, 10, 0);
-    time_t end = localTime(2023, 11, 1, 14, 0);
-    std::string id = addReservation(tbl, 0, "erin", 2, {"h0"}, oneOff(start, end));
-    makeEngine();
-    startAt(clock.now());
-    EXPECT_EQ(stepAt(start), end);
-    clock.set(start + 600);
-    ASSERT_TRUE(engine->finishEarly(id.c_str(), start + 600));
+    std::string id = activeThenFinishedEarly();
+    ASSERT_FALSE(id.empty());
     ASSERT_EQ(RsvTimeTbl_removeEntry(tbl, id.c_str()), RSV_OK);
     engine->changed(id.c_str());
-    EXPECT_EQ(stepAt(start + 600), nextSunday(start));
+    EXPECT_EQ(stepAt(earlyStart + 600), nextSunday(earlyStart));
+    auto records = finishRecords();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0]["activeDuration"], 600);
+}
+
+TEST_P(LifecycleTest, AnEarlyRecordIsNotWrittenAgainAfterACrashBeforeTheRemoval)
+{
+    std::string id = activeThenFinishedEarly();
+    ASSERT_FALSE(id.empty());
+    restart(); // before the removal
+    EXPECT_EQ(startAt(earlyStart + 1200), earlyEnd);
+    EXPECT_TRUE(isRsvActive(RsvTimeTbl_getEntry(tbl, id.c_str())));
+    runUntil(earlyEnd, earlyEnd);
+    EXPECT_EQ(RsvTimeTbl_getEntry(tbl, id.c_str()), nullptr);
     auto records = finishRecords();
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0]["activeDuration"], 600);

@@ -2,6 +2,7 @@
 // says the same with and without it, who may do what, bad input, and the
 // lifecycle driven by the pinned clock.
 #include <pwd.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -311,6 +312,29 @@ TEST_F(Rsvd, ActivatesEndsAndCatchesUpAfterARestart)
     const std::string log = rsvtest::readFile(finishLog);
     EXPECT_EQ(rsvctltest::lines(log).size(), 2u) << log;
     EXPECT_NE(log.find("root#1"), std::string::npos) << log;
+}
+
+TEST_F(Rsvd, HangupRereadsTheHostsAndLogsWhatNoLongerFits)
+{
+    rsvdtest::Daemon daemon(state, kNow);
+    ASSERT_TRUE(daemon.ready()) << daemon.log();
+    EXPECT_EQ(rsv({"add", "-u", "alice", "-n", "2", "-m", "gamma", "-b", "+1h", "-D", "1h"}).status, 0);
+    EXPECT_EQ(rsv({"add", "-u", "bob", "-n", "4", "-m", "beta", "-b", "+1h", "-D", "1h"}).status, 0);
+    // gamma is gone and beta has two slots fewer than bob holds.
+    rsvtest::writeFile(state + "/hosts.conf", "alpha 8 16 a1\nbeta 2\n");
+    kill(daemon.pid(), SIGHUP);
+    // Signals reach the loop in the order sent: the hangup is handled first.
+    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_TRUE(logged(daemon.log(), {"event=reconfigure ", "hosts=2"})) << daemon.log();
+    EXPECT_TRUE(logged(daemon.log(), {"event=module ", "gamma", "alice#0", "longer exists"})) << daemon.log();
+    EXPECT_TRUE(logged(daemon.log(), {"event=module ", "beta"})) << daemon.log();
+    // A hosts.conf that cannot be read leaves the cluster as it was.
+    rsvdtest::Daemon again(state, kNow);
+    ASSERT_TRUE(again.ready()) << again.log();
+    rsvtest::writeFile(state + "/hosts.conf", "alpha eight\n");
+    kill(again.pid(), SIGHUP);
+    EXPECT_EQ(again.stop(), 0);
+    EXPECT_TRUE(logged(again.log(), {"event=reconfigure-failed ", "kept="})) << again.log();
 }
 
 TEST(RsvdAlone, RefusesASecondDaemonOnOneDirectory)

@@ -28,38 +28,39 @@ int connectTo(const std::string &path)
     return fd;
 }
 
-// Send `fd` over the Unix socket `channel`.
-void passFd(int channel, int fd)
-{
+// One byte with room for one descriptor beside it.
+struct FdMessage {
     char byte = 0;
     iovec iov{&byte, 1};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
     msghdr msg{};
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof control;
-    cmsghdr *c = CMSG_FIRSTHDR(&msg);
+    FdMessage()
+    {
+        msg.msg_iov = &iov;
+        msg.msg_iovlen = 1;
+        msg.msg_control = control;
+        msg.msg_controllen = sizeof control;
+    }
+};
+
+// Send `fd` over the Unix socket `channel`.
+void passFd(int channel, int fd)
+{
+    FdMessage m;
+    cmsghdr *c = CMSG_FIRSTHDR(&m.msg);
     c->cmsg_level = SOL_SOCKET;
     c->cmsg_type = SCM_RIGHTS;
     c->cmsg_len = CMSG_LEN(sizeof(int));
     std::memcpy(CMSG_DATA(c), &fd, sizeof fd);
-    (void)sendmsg(channel, &msg, 0);
+    (void)sendmsg(channel, &m.msg, 0);
 }
 
 int receiveFd(int channel)
 {
-    char byte = 0;
-    iovec iov{&byte, 1};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
-    msghdr msg{};
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof control;
-    if (recvmsg(channel, &msg, 0) <= 0)
+    FdMessage m;
+    if (recvmsg(channel, &m.msg, 0) <= 0)
         return -1;
-    cmsghdr *c = CMSG_FIRSTHDR(&msg);
+    cmsghdr *c = CMSG_FIRSTHDR(&m.msg);
     if (!c || c->cmsg_type != SCM_RIGHTS)
         return -1;
     int fd = -1;

@@ -156,6 +156,25 @@ inline void addReferenceHosts(rsvtest::FakeDaemon &daemon, int maxSlots = 100000
     RsvMod_init(&daemon.services);
 }
 
+inline void quietLogSink(int, const char *) {}
+
+// The reference setting of a benchmark: UTC, the clock pinned to a Monday
+// morning of 2030, the fake daemon with the reference hosts, state files of
+// the reference mix under a temporary directory, and the module's log quiet.
+struct ReferenceSetting {
+    rsvtest::ScopedTz tz{"UTC"};
+    rsvtest::PinnedClock clock{rsvtest::localTime(2030, 1, 7, 9, 0)};
+    rsvtest::FakeDaemon daemon;
+    rsvtest::TempDir dir;
+    StateFiles files{dir, rsvtest::PinnedClock::now()};
+
+    ReferenceSetting()
+    {
+        kx_setLogSink(quietLogSink);
+        addReferenceHosts(daemon);
+    }
+};
+
 } // namespace rsvbench
 
 #endif

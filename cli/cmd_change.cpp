@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "earliest.h"
 #include "operations.h"
+#include "output.h"
 #include "report.h"
 #include "timeparse.h"
 
@@ -18,6 +19,29 @@ struct AddOptions {
     bool earliest = false;
     FitOptions fit;
 };
+
+// When a daemon serves the request it knows who asks: a user books for
+// themself and is recorded as the creator; only operators book for others,
+// make system reservations or name another creator (--as).
+void checkCaller(const Session &session, const AddOptions &add, AddRequest &req)
+{
+    const Caller *who = session.caller();
+    if (!who)
+        return;
+    if (!who->isOperator) {
+        if (add.system)
+            throw CliError(kExitRefused, fmt::format("{} may not make a system reservation: only an operator may",
+                                                     who->user));
+        if (!add.as.empty())
+            throw CliError(kExitRefused, fmt::format("{} may not record another creator (--as): only an operator may",
+                                                     who->user));
+        if (req.owner != who->user)
+            throw CliError(kExitRefused, fmt::format("{} may not book for {}: only {} or an operator may", who->user,
+                                                     req.owner, req.owner));
+    }
+    if (add.as.empty() && (!add.system || add.owner.empty()))
+        req.creator = who->user;
+}
 
 // add --earliest: the search and the booking in one session, under the one
 // exclusive lock, so nothing can take the window in between.
@@ -35,6 +59,7 @@ int addEarliest(const AddOptions &add, AddRequest req, const GlobalOptions &glob
     checkDescription(req.description);
     readFitOptions(add.fit, fit);
     Session session(resolveStateDir(global.stateDir), Access::Change);
+    checkCaller(session, add, req);
     session.requireWritableState();
     if (req.wholeHosts)
         fit.minSlots = fit.maxSlots = wholeHostSlots(session.cluster(), fit.typedHosts);
@@ -57,7 +82,7 @@ int addEarliest(const AddOptions &add, AddRequest req, const GlobalOptions &glob
     std::string window = answer.window;
     if (const RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), id.c_str()))
         window = ent->timeWindow ? ent->timeWindow : window;
-    fmt::print("{}\nbooked {} on {}\n", id, windowInWords(window, req.recurring), heldHosts(session, id));
+    printOut("{}\nbooked {} on {}\n", id, windowInWords(window, req.recurring), heldHosts(session, id));
     return kExitOk;
 }
 
@@ -164,8 +189,9 @@ With --earliest: prints the identifier, then the window booked and where.)");
             req.recurring = true;
         }
         Session session(resolveStateDir(global.stateDir), Access::Change);
+        checkCaller(session, *add, req);
         std::string id = addReservation(session, req);
-        fmt::print("{}\n{}\n", id, placementText(session, id));
+        printOut("{}\n{}\n", id, placementText(session, id));
         return kExitOk;
     }});
 
@@ -178,9 +204,11 @@ Examples:
   rsvctl del alice#0 bob#2)");
     commands.push_back({delCmd, [ids, &global]() {
         Session session(resolveStateDir(global.stateDir), Access::Change);
+        for (const auto &id : *ids)
+            session.mayChange(id, "delete");
         deleteReservations(session, *ids);
         for (const auto &id : *ids)
-            fmt::print("deleted {}\n", id);
+            printOut("deleted {}\n", id);
         return kExitOk;
     }});
 }

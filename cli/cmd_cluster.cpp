@@ -11,6 +11,7 @@
 #include "cli_error.h"
 #include "commands.h"
 #include "listing.h"
+#include "output.h"
 #include "planner_grid.h"
 #include "session.h"
 #include "table_compare.h"
@@ -133,16 +134,16 @@ int runCheck(GlobalOptions &global)
     RsvTimeTbl_checkEntries(tbl);
 
     for (const auto &name : staleTemporaries(session.dir()))
-        fmt::print("note: {}/{} was left by a save that did not finish; it is harmless and ignored\n", session.dir(),
+        printOut("note: {}/{} was left by a save that did not finish; it is harmless and ignored\n", session.dir(),
                    name);
     bool clean = lost.empty() && numOver == 0 && session.numRejected() == 0;
     if (clean)
-        fmt::print("ok: every reserved host exists and none is over-reserved\n");
+        printOut("ok: every reserved host exists and none is over-reserved\n");
     if (session.numRejected() > 0)
-        fmt::print("{} line(s) of {} could not be read (rsvctl -v check names them)\n", session.numRejected(),
+        printOut("{} line(s) of {} could not be read (rsvctl -v check names them)\n", session.numRejected(),
                    session.stateFile());
     if (!lost.empty()) {
-        fmt::print("hosts that no longer exist:\n");
+        printOut("hosts that no longer exist:\n");
         TextTable table({"HOST", "RESERVATIONS"});
         for (const auto &[host, ids] : lost) {
             std::string list;
@@ -150,25 +151,25 @@ int runCheck(GlobalOptions &global)
                 list += (list.empty() ? "" : ",") + id;
             table.addRow({host, list});
         }
-        fmt::print("{}", table.render("  "));
+        printOut("{}", table.render("  "));
     }
     if (numOver > 0)
-        fmt::print("over-reserved hosts (most slots booked at once):\n{}", over.render("  "));
+        printOut("over-reserved hosts (most slots booked at once):\n{}", over.render("  "));
     if (numProblems < 0) {
-        fmt::print("the table's invariants could not be checked: {}\n", moduleErrorText(RSV_ERR_NO_MEMORY, {}));
+        printOut("the table's invariants could not be checked: {}\n", moduleErrorText(RSV_ERR_NO_MEMORY, {}));
         clean = false;
     } else if (numProblems > 0) {
-        fmt::print("the table's invariants are broken ({} problem{}):\n", numProblems, numProblems == 1 ? "" : "s");
+        printOut("the table's invariants are broken ({} problem{}):\n", numProblems, numProblems == 1 ? "" : "s");
         for (const auto &problem : problems)
-            fmt::print("  {}\n", problem);
+            printOut("  {}\n", problem);
         clean = false;
     } else {
-        fmt::print("ok: the table's invariants hold\n");
+        printOut("ok: the table's invariants hold\n");
     }
     if (filesDiffer.empty()) {
-        fmt::print("files on disk match the table\n");
+        printOut("files on disk match the table\n");
     } else {
-        fmt::print("files on disk differ from the table: {}\n", filesDiffer);
+        printOut("files on disk differ from the table: {}\n", filesDiffer);
         clean = false;
     }
     return clean ? kExitOk : kExitFile;
@@ -227,12 +228,12 @@ int runHosts(GlobalOptions &global, const ListingOptions &output)
         out["max_per_owner"] = session.cluster().maxPerOwner() > 0
                                    ? nlohmann::ordered_json(session.cluster().maxPerOwner())
                                    : nlohmann::ordered_json(nullptr);
-        fmt::print("{}\n", out.dump(2));
+        printOut("{}\n", out.dump(2));
         return kExitOk;
     }
-    fmt::print("{}", listing.text(output));
+    printOut("{}", listing.text(output));
     if (session.cluster().maxPerOwner() > 0 && !output.rowsOnly())
-        fmt::print("max-per-owner {}\n", session.cluster().maxPerOwner());
+        printOut("max-per-owner {}\n", session.cluster().maxPerOwner());
     return kExitOk;
 }
 

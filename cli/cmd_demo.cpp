@@ -8,6 +8,7 @@
 #include "cli_error.h"
 #include "commands.h"
 #include "operations.h"
+#include "output.h"
 #include "planner_render.h"
 #include "report.h"
 #include "session.h"
@@ -39,7 +40,7 @@ struct Demo {
     Session &session;
     bool colour;
 
-    void say(const std::string &command) { fmt::print("$ rsvctl {}\n", command); }
+    void say(const std::string &command) { printOut("$ rsvctl {}\n", command); }
 
     std::string add(const std::string &command, AddRequest req)
     {
@@ -52,7 +53,7 @@ struct Demo {
             }
         }
         std::string id = addReservation(session, req);
-        fmt::print("{}\n{}\n", id, placementText(session, id));
+        printOut("{}\n{}\n", id, placementText(session, id));
         return id;
     }
 };
@@ -66,14 +67,14 @@ int runDemo(GlobalOptions &global)
                                "(rsvctl demo --state-dir NEW-DIR)",
                                dir));
     if (!session.usingBuiltInCluster())
-        fmt::print("(using the cluster file {})\n", session.clusterFile());
+        printOut("(using the cluster file {})\n", session.clusterFile());
     session.requireWritableState();
     time_t now = nowTime();
     // Next week, so every window lies ahead whatever today is.
     time_t sunday = weekStart(weekOf(now)) + 8 * 86400;
     sunday = weekStart(weekOf(sunday));
-    fmt::print("rsvctl demo: a week of reservations on the built-in cluster, state in {}/\n", dir);
-    fmt::print("now: {}\n\n", formatTime(now));
+    printOut("rsvctl demo: a week of reservations on the built-in cluster, state in {}/\n", dir);
+    printOut("now: {}\n\n", formatTime(now));
     Demo demo{session, useColour(global)};
 
     AddRequest bob;
@@ -128,7 +129,7 @@ int runDemo(GlobalOptions &global)
     localtime_r(&thursday, &holiday);
     std::string dates = fmt::format("{}:{}:{}", holiday.tm_year + 1900, holiday.tm_mon + 1, holiday.tm_mday);
     demo.say(fmt::format("mod {} --disable {}      # a holiday: no nightly batch", bobId, dates));
-    fmt::print("{}: off on {}\n", bobId, disableDays(session, bobId, dates));
+    printOut("{}: off on {}\n", bobId, disableDays(session, bobId, dates));
 
     AddRequest dave;
     dave.owner = "dave";
@@ -141,22 +142,22 @@ int runDemo(GlobalOptions &global)
     demo.say(fmt::format("add -u dave -n 12 -m hpc01,hpc02 -b '{}' -e '{}'", dave.typedBegin, dave.typedEnd));
     try {
         addReservation(session, dave);
-        fmt::print("(unexpectedly accepted)\n");
+        printOut("(unexpectedly accepted)\n");
     } catch (const CliError &e) {
         // Only the refusal is part of the show; a save that failed ends the
         // demo with status 3 like any change.
         if (e.status() != kExitRefused)
             throw;
-        fmt::print("rsvctl: {}\n{}", e.what(), e.detail());
+        printOut("rsvctl: {}\n{}", e.what(), e.detail());
     }
 
-    fmt::print("\n");
+    printOut("\n");
     ListingOptions columns;
     columns.fields = "id,owner,slots,hosts,window,description";
     demo.say("list -o " + columns.fields);
-    fmt::print("{}", formatList(collectReservations(session), columns));
+    printOut("{}", formatList(collectReservations(session), columns));
 
-    fmt::print("\n");
+    printOut("\n");
     demo.say(fmt::format("planner hpc01 --week {}", typed(sunday).substr(0, 10)));
     const ClusterHost *hpc01 = session.cluster().find("hpc01");
     PlannerPicture picture;
@@ -164,8 +165,8 @@ int runDemo(GlobalOptions &global)
     picture.capacity = hpc01->slots;
     picture.week = weekOf(sunday);
     picture.booked = hostWeekGrid(session.table(), hpc01->name, picture.week);
-    fmt::print("{}", renderHeatMap(picture, demo.colour));
-    fmt::print("\nTry: rsvctl --state-dir {} show {}   (or --help on any command)\n", dir, bobId);
+    printOut("{}", renderHeatMap(picture, demo.colour));
+    printOut("\nTry: rsvctl --state-dir {} show {}   (or --help on any command)\n", dir, bobId);
     return kExitOk;
 }
 

@@ -7,6 +7,7 @@
 #include "earliest.h"
 #include "listing.h"
 #include "operations.h"
+#include "output.h"
 #include "timeparse.h"
 
 namespace rsvctl {
@@ -90,7 +91,7 @@ Examples:
         if (find->slots.empty() && !request.system)
             request.minSlots = request.maxSlots = wholeHostSlots(session.cluster(), request.typedHosts);
         if (session.numRejected() > 0)
-            fmt::print(stderr, "rsvctl: warning: {} line(s) of '{}' could not be read; their bookings are not "
+            printErr("rsvctl: warning: {} line(s) of '{}' could not be read; their bookings are not "
                                "counted\n",
                        session.numRejected(), session.stateFile());
         FitAnswer answer = searchEarliest(session, request);
@@ -100,9 +101,9 @@ Examples:
             nlohmann::ordered_json out = fitJson(request, answer);
             if (!find->output.fields.empty())
                 out["hosts"] = listing.json(find->output);
-            fmt::print("{}\n", out.dump(2));
+            printOut("{}\n", out.dump(2));
         } else if (answer.found) {
-            fmt::print("{}", find->output.rowsOnly() ? listing.text(find->output) : formatFit(request, answer));
+            printOut("{}", find->output.rowsOnly() ? listing.text(find->output) : formatFit(request, answer));
         }
         if (!answer.found)
             throw CliError(kExitRefused, noFitMessage(request, answer));

@@ -13,6 +13,7 @@
 #include "cli_error.h"
 #include "cluster.h"
 #include "commands.h"
+#include "output.h"
 #include "session.h"
 
 namespace rsvctl {
@@ -127,11 +128,11 @@ int runInit(const InitOptions &init, const GlobalOptions &global)
     }
     close(lockFd);
     if (init.demoCluster)
-        fmt::print("created {} with the demo cluster's hosts\n", conf);
+        printOut("created {} with the demo cluster's hosts\n", conf);
     else if (init.hosts.empty())
-        fmt::print("created {} with no hosts yet: add one line per host (name slots [cpus] [alias ...])\n", conf);
+        printOut("created {} with no hosts yet: add one line per host (name slots [cpus] [alias ...])\n", conf);
     else
-        fmt::print("created {} with {} host{}\n", conf, init.hosts.size(), init.hosts.size() == 1 ? "" : "s");
+        printOut("created {} with {} host{}\n", conf, init.hosts.size(), init.hosts.size() == 1 ? "" : "s");
     return kExitOk;
 }
 

@@ -4,6 +4,7 @@
 #include "cli_error.h"
 #include "commands.h"
 #include "operations.h"
+#include "output.h"
 #include "report.h"
 
 namespace rsvctl {
@@ -58,6 +59,7 @@ Examples:
             usageError("-n goes with --add-hosts");
         Session session(resolveStateDir(global.stateDir), Access::Change);
         const std::string &id = mod->id;
+        session.mayChange(id, "change");
         std::string said;
         if (!mod->begin.empty() || !mod->end.empty()) {
             std::string window = moveWindow(session, id, mod->begin, mod->end);
@@ -86,7 +88,7 @@ Examples:
             said = mod->description.empty() ? fmt::format("{}: description removed", id)
                                             : fmt::format("{}: description set", id);
         }
-        fmt::print("{}\n", said);
+        printOut("{}\n", said);
         return kExitOk;
     }});
 }

@@ -5,6 +5,7 @@
 
 #include "cli_error.h"
 #include "commands.h"
+#include "output.h"
 #include "planner_render.h"
 #include "session.h"
 #include "timeparse.h"
@@ -53,9 +54,9 @@ Examples:
             if (!out)
                 fileError(fmt::format("cannot write SVG file '{}'", opt->svg));
         }
-        fmt::print("{}", renderHeatMap(picture, useColour(global)));
+        printOut("{}", renderHeatMap(picture, useColour(global)));
         if (!opt->svg.empty())
-            fmt::print("wrote {}\n", opt->svg);
+            printOut("wrote {}\n", opt->svg);
         return kExitOk;
     }});
 }

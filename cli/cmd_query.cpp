@@ -3,6 +3,7 @@
 
 #include "cli_error.h"
 #include "commands.h"
+#include "output.h"
 #include "report.h"
 #include "timeparse.h"
 
@@ -60,15 +61,15 @@ Examples:
                 shown.push_back(std::move(v));
         }
         if (session.numRejected() > 0)
-            fmt::print(stderr, "rsvctl: warning: {} line(s) of '{}' could not be read and are not shown\n",
+            printErr("rsvctl: warning: {} line(s) of '{}' could not be read and are not shown\n",
                        session.numRejected(), session.stateFile());
         if (list->output.json) {
             nlohmann::ordered_json out;
             out["now"] = static_cast<long long>(nowTime());
             out["reservations"] = reservationListing(shown).json(list->output);
-            fmt::print("{}\n", out.dump(2));
+            printOut("{}\n", out.dump(2));
         } else {
-            fmt::print("{}", formatList(shown, list->output));
+            printOut("{}", formatList(shown, list->output));
         }
         return kExitOk;
     }});
@@ -86,9 +87,9 @@ Examples:
             if (v.id != show->id)
                 continue;
             if (show->json)
-                fmt::print("{}\n", toJson(v).dump(2));
+                printOut("{}\n", toJson(v).dump(2));
             else
-                fmt::print("{}", formatShow(v));
+                printOut("{}", formatShow(v));
             return kExitOk;
         }
         ErrorContext ctx;

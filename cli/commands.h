@@ -15,6 +15,8 @@ struct GlobalOptions {
     std::string stateDir;
     bool verbose = false;
     std::string color = "auto";
+    std::string socket;   // --socket: ask the rsvd listening there
+    bool direct = false;  // --direct: never ask rsvd
 };
 
 struct Command {

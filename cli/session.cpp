@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -15,6 +17,7 @@
 #include <fmt/format.h>
 
 #include "cli_error.h"
+#include "output.h"
 #include "services.h"
 #include "signals.h"
 
@@ -23,13 +26,14 @@ namespace rsvctl {
 namespace {
 
 std::vector<std::string> logLines;
+HeldState *held = nullptr;
 bool logVerbose = false;
 
 void logSink(int level, const char *line)
 {
     logLines.emplace_back(line);
     if (logVerbose)
-        fmt::print(stderr, "rsvctl: module [{}]: {}\n", level, line);
+        printErr("rsvctl: module [{}]: {}\n", level, line);
 }
 
 bool readWholeFile(const std::string &path, std::string &out)
@@ -61,7 +65,7 @@ template <typename... Args>
 void verboseNote(fmt::format_string<Args...> format, Args &&...args)
 {
     if (logVerbose)
-        fmt::print(stderr, "rsvctl: {}\n", fmt::format(format, std::forward<Args>(args)...));
+        printErr("rsvctl: {}\n", fmt::format(format, std::forward<Args>(args)...));
 }
 
 [[noreturn]] void notSavedError(const std::string &file, int err)
@@ -70,6 +74,16 @@ void verboseNote(fmt::format_string<Args...> format, Args &&...args)
 }
 
 } // namespace
+
+void holdState(HeldState *state)
+{
+    held = state;
+}
+
+HeldState *heldState()
+{
+    return held;
+}
 
 std::string resolveStateDir(const std::string &fromOption)
 {
@@ -148,6 +162,12 @@ Session::Session(const std::string &stateDir, Access access, ClusterSource sourc
     : access_(access), dir_(stateDir), stateFile_(stateDir + "/rsv.state"), clusterFile_(stateDir + "/hosts.conf"),
       lockFile_(stateDir + "/rsv.lock")
 {
+    if (held) {
+        held_ = held;
+        table_ = held->table;
+        numRejected_ = held->numRejected;
+        return;
+    }
     // The module's id-file buffer holds a 1024-character state-file name.
     if (stateFile_.size() > 1000)
         fileError(fmt::format("state directory name too long: '{}'", dir_));
@@ -247,8 +267,37 @@ Session::~Session()
     release();
 }
 
+namespace {
+
+// The pid of the rsvd that holds the lock file open at `fd` (it writes
+// "rsvd PID" into it), or 0 when it names none that is alive.
+long daemonHolding(int fd)
+{
+    char text[64] = {};
+    const ssize_t n = pread(fd, text, sizeof text - 1, 0);
+    long pid = 0;
+    if (n <= 0 || std::sscanf(text, "rsvd %ld", &pid) != 1 || pid <= 0)
+        return 0;
+    return kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM ? pid : 0;
+}
+
+} // namespace
+
 void Session::lock(int how)
 {
+    // rsvd holds the lock for its whole life: say so rather than wait for
+    // it, since two front ends must never change the table at once.
+    if (flock(lockFd_, how | LOCK_NB) == 0)
+        return;
+    if (errno == EWOULDBLOCK) {
+        if (const long pid = daemonHolding(lockFd_)) {
+            close(lockFd_);
+            lockFd_ = -1;
+            fileError(fmt::format("rsvd (pid {}) holds this state directory: run the command without --direct, "
+                                  "or stop rsvd",
+                                  pid));
+        }
+    }
     while (flock(lockFd_, how) != 0) {
         if (errno != EINTR) {
             int saved = errno;
@@ -265,6 +314,8 @@ void Session::lock(int how)
 
 void Session::release()
 {
+    if (held_)
+        return;
     if (table_) {
         RsvTimeTbl_free(table_);
         table_ = nullptr;
@@ -302,7 +353,9 @@ void Session::beginChange()
 {
     if (access_ != Access::Change)
         throw std::logic_error("rsvctl: a change in a read-only session");
-    holdChangeSignals();
+    // A daemon finishes the request in hand before it acts on a signal.
+    if (!held_)
+        holdChangeSignals();
     changeBegun_ = true;
     changeStart_ = std::chrono::steady_clock::now();
     // The change is booked on the built-in cluster: write it first, so the
@@ -318,11 +371,24 @@ void Session::beginChange()
 void Session::changeSaved()
 {
     changeSaved_ = true;
+    if (held_)
+        ++held_->changes;
     if (!logVerbose)
         return;
     const int count = table_ ? h_numEnts_(&table_->entries) : 0;
     verboseNote("saved {}{}: {} reservation{}; the change and its save took {:.1f} ms", stateFile_,
                 idFile_.empty() ? "" : " and " + idFile_, count, count == 1 ? "" : "s", millisecondsSince(changeStart_));
+}
+
+void Session::mayChange(const std::string &id, const char *verb)
+{
+    const Caller *who = caller();
+    if (!who || who->isOperator)
+        return;
+    const RsvEnt *ent = RsvTimeTbl_getEntry(table_, id.c_str());
+    if (ent && ent->name && who->user != ent->name)
+        throw CliError(kExitRefused,
+                       fmt::format("{} may not {} {}: only its owner or an operator may", who->user, verb, id));
 }
 
 void Session::notSaved() const

@@ -12,6 +12,27 @@
 
 namespace rsvctl {
 
+// Who asks, when a daemon runs the command for a client: the login name of
+// the socket peer's uid (from the password database, never from the
+// request), and whether they belong to the operators.
+struct Caller {
+    std::string user;
+    bool isOperator = false;
+};
+
+// A table, its cluster and its state directory that a daemon holds for its
+// whole life. While one is installed, every Session uses it: no lock, no
+// load, no free.
+struct HeldState {
+    RsvTimeTbl *table = nullptr;
+    Cluster *cluster = nullptr;
+    int numRejected = 0;
+    Caller caller;     // the current request's
+    long changes = 0;  // changes saved through it so far
+};
+void holdState(HeldState *held);  // nullptr: each session loads the directory again
+HeldState *heldState();
+
 // The state directory: --state-dir, else $RSV_STATE_DIR, else ./rsv-state.
 std::string resolveStateDir(const std::string &fromOption);
 
@@ -56,8 +77,8 @@ public:
     Session &operator=(const Session &) = delete;
 
     RsvTimeTbl *table() { return table_; }
-    Cluster &cluster() { return cluster_; }
-    const Cluster &cluster() const { return cluster_; }
+    Cluster &cluster() { return held_ ? *held_->cluster : cluster_; }
+    const Cluster &cluster() const { return held_ ? *held_->cluster : cluster_; }
     const std::string &dir() const { return dir_; }
     const std::string &stateFile() const { return stateFile_; }
     const std::string &clusterFile() const { return clusterFile_; }
@@ -66,6 +87,15 @@ public:
     // Whether a lock is held (a read in a directory without a lock file that
     // cannot be made goes on without one).
     bool locked() const { return lockFd_ >= 0; }
+
+    // Who asks, when a daemon serves the command (else nullptr: anyone who
+    // may write the directory may do anything).
+    const Caller *caller() const { return held_ ? &held_->caller : nullptr; }
+
+    // A caller who is neither `ownerOf`'s owner nor an operator may not
+    // `verb` it: refuse (status 2). Nothing for an identifier not in the
+    // table (the change itself says so) or without a caller.
+    void mayChange(const std::string &id, const char *verb);
 
     // A change would rewrite rsv.state from the table, dropping lines the
     // load could not read: refuse (status 3) while there are such lines.
@@ -90,6 +120,7 @@ private:
     void release();
 
     Access access_;
+    HeldState *held_ = nullptr;
     std::string dir_;
     std::string stateFile_;
     std::string clusterFile_;

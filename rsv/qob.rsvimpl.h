@@ -1454,6 +1454,31 @@ int RsvTimeTbl_findEarliestRecurring(RsvTimeTbl *tbl, const RsvReq *req, int for
 void RsvFit_destroy(RsvFit *fit);
 
 /* ======================================================================== */
+/* Trimming past weeks                                                      */
+/* ======================================================================== */
+/* A table keeps every dated planner it has made, so a daemon that runs for
+ * months holds a planner per host for every week any reservation touched;
+ * ResPlannerList_trimOutdatedPlanners, which the map calls, keeps them all on
+ * purpose. A daemon that wants the memory back trims the weeks that are over.
+ * Bookings of weeks after the cut are untouched, so every later query,
+ * search and booking over a window after it answers as before; a recurring
+ * request is then checked against the remaining weeks only, so past one-off
+ * bookings no longer stand in its way (which is why trimming is a call and
+ * not the default). The verification stays clean: it rebooks into the weeks
+ * a table holds. In a table with planners built when first needed, only
+ * built hosts are trimmed. */
+
+/* Remove from every host's planner list the dated planners whose week (Sunday
+ * to Saturday, local time) ended at or before `before`; the any-week planner
+ * always stays, and so do the planner lists themselves. The table remembers
+ * the latest cut, so that RsvTimeTbl_verify expects no planner for those
+ * weeks. Returns the number of planners removed (0 when none is old
+ * enough), or -1 with qob_errno RSV_ERR_BAD_ARGUMENT for a NULL table or
+ * RSV_ERR_NO_MEMORY (nothing removed). Changes no entry and writes no file
+ * (planners are not saved). */
+int RsvTimeTbl_trimPastWeeks(RsvTimeTbl *tbl, time_t before);
+
+/* ======================================================================== */
 /* Queries for front ends                                                   */
 /* ======================================================================== */
 /* Read-only questions about a host's planners, answered the way the

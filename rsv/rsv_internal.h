@@ -56,6 +56,9 @@ struct TableSettings {
     // found missing before it replaced them.
     bool idFileWasMissing = false;
     bool stateFileWasMissing = false;
+    // RsvTimeTbl_trimPastWeeks has dropped the planners of the weeks over by
+    // this time (0: never trimmed); the verification expects none there.
+    time_t trimmedBefore = 0;
 };
 // The settings of `tbl`, made on first use when `create`; NULL when absent
 // (or when memory runs out).

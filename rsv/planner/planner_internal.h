@@ -222,6 +222,10 @@ List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName, bool &failed) noex
 // yet. False when memory runs out (the lists built so far stay).
 bool buildAllPlannerLists(RsvTimeTbl *tbl) noexcept;
 
+// Whether RsvTimeTbl_trimPastWeeks has dropped the planners of `week` in
+// `tbl` (trimweeks.cpp): the week was over when the table was last trimmed.
+bool weekTrimmed(const RsvTimeTbl *tbl, const RsvWeek &week) noexcept;
+
 // What a host can hold: its configured slot limit, or its processor count
 // when no limit is configured (alloc.cpp).
 int hostCapacity(const RsvHost *host);

@@ -187,7 +187,7 @@ void comparePlanners(RsvTimeTbl *tbl, RsvTimeTbl *scratch, Problems &problems)
         }
         for (ListEntry *e = rebooked->forw; e != endOf(rebooked); e = e->forw) {
             auto *q = reinterpret_cast<ResPlanner *>(e);
-            if (plannerFor(real, q->week) || isEmpty(q))
+            if (plannerFor(real, q->week) || isEmpty(q) || rsv::weekTrimmed(tbl, q->week))
                 continue;
             char week[64];
             weekText(q->week, week, sizeof week);

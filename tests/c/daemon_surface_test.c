@@ -1519,6 +1519,18 @@ static void testTable(const Paths *p)
     CHECK_INT(qob_errno, RSV_ERR_BAD_ARGUMENT);
     freeRequest(&byOps);
 
+    /* Four weeks on, the planners of the weeks that are over go; the
+     * any-week planner stays, and the table still verifies. */
+    CHECK(RsvTimeTbl_trimPastWeeks(restarted, (time_t)1767787200 + 28 * 86400) >= 1);
+    plannerWeeks = NULL;
+    CHECK_INT(RsvTimeTbl_plannerWeeks(restarted, "hostA", &plannerWeeks), 1);
+    CHECK(plannerWeeks != NULL && RsvWeek_equal(&plannerWeeks[0], &rsvWeekRecur));
+    free(plannerWeeks);
+    CHECK_INT(RsvTimeTbl_trimPastWeeks(restarted, (time_t)1767787200 + 28 * 86400), 0);
+    qob_errno = 0;
+    CHECK_INT(RsvTimeTbl_trimPastWeeks(NULL, 0), -1);
+    CHECK_INT(qob_errno, RSV_ERR_BAD_ARGUMENT);
+
     problems = 0;
     CHECK_INT(RsvTimeTbl_verify(restarted, countProblem, &problems), 0);
     RsvTimeTbl_cleanDisabledDurations(&restarted->entries);

@@ -7,6 +7,7 @@
 // host reached, in the table's order, every planner holding what a booking
 // of every reservation from scratch gives (the invariant RsvTimeTbl_verify
 // checks on every table).
+#include <cstring>
 #include <functional>
 #include <new>
 #include <string>
@@ -38,8 +39,11 @@ struct NameHash {
 // taken in one walk of the entries and kept while no entry comes or goes and
 // no entry's record or allocation vector is replaced (what the recurring
 // index follows too), so that building many hosts costs one walk, not one
-// per host.
+// per host. The first few hosts a table builds gather only their own shares
+// instead: a front end that changes one reservation builds one or two hosts,
+// and sorting every host's shares for them costs more than the walk itself.
 struct SharesByHost {
+    int singleWalks = 0;
     bool made = false;
     unsigned long long delStamp = 0;
     unsigned long long generation = 0;
@@ -99,13 +103,65 @@ const SharesByHost &currentShares(RsvTimeTbl *tbl)
     return shares;
 }
 
-// The shares of `hostName` in `tbl`, NULL when it has none. Throws
-// std::bad_alloc.
-const Shares *sharesOf(RsvTimeTbl *tbl, const char *hostName)
+// Hosts a lazy table gathers alone, each in its own walk, before it takes
+// every host's shares in one walk and keeps them.
+constexpr int kSingleWalks = 4;
+
+// Whether `tbl` (a lazy table) still gathers a host's shares alone: before
+// it has done so kSingleWalks times, and while every host's are not taken.
+bool gathersAlone(RsvTimeTbl *tbl)
 {
+    const SharesByHost &shares = lazyTables()[tbl];
+    return !shares.made && shares.singleWalks < kSingleWalks;
+}
+
+// Appends the shares of `hostName` in `tbl` to `out`, in the order of
+// currentShares; with `firstOnly` stops at the first. Throws std::bad_alloc.
+void gatherShares(RsvTimeTbl *tbl, const char *hostName, bool firstOnly, Shares &out)
+{
+    HashIter iter;
+    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+        RsvEnt *ent = entryOf(he);
+        for (int i = 0; ent && ent->allocVector && i < ent->numHosts; ++i) {
+            const char *host = ent->allocVector[i].hostName;
+            if (!host || std::strcmp(host, hostName) != 0)
+                continue;
+            out.push_back({ent, i});
+            if (firstOnly)
+                return;
+        }
+    }
+}
+
+// Whether `hostName` holds a share of a reservation in `tbl` (a lazy
+// table). Throws std::bad_alloc.
+bool hasShares(RsvTimeTbl *tbl, const char *hostName)
+{
+    if (gathersAlone(tbl)) {
+        Shares first;
+        gatherShares(tbl, hostName, true, first);
+        return !first.empty();
+    }
+    const SharesByHost &shares = currentShares(tbl);
+    return shares.byHost.find(std::string_view(hostName)) != shares.byHost.end();
+}
+
+// The shares of `hostName` in `tbl`, empty when it has none: a copy, since
+// the booking that reads them may have the table's shares taken again.
+// Throws std::bad_alloc.
+Shares sharesOf(RsvTimeTbl *tbl, const char *hostName)
+{
+    Shares out;
+    if (gathersAlone(tbl)) {
+        ++lazyTables()[tbl].singleWalks;
+        gatherShares(tbl, hostName, false, out);
+        return out;
+    }
     const SharesByHost &shares = currentShares(tbl);
     const auto found = shares.byHost.find(std::string_view(hostName));
-    return found == shares.byHost.end() ? nullptr : &found->second;
+    if (found != shares.byHost.end())
+        out = found->second;
+    return out;
 }
 
 // The weeks the one-off bookings of `shares` reach, each added to the list as
@@ -154,10 +210,7 @@ List *buildPlannerList(RsvTimeTbl *tbl, const char *hostName) noexcept
     if (!list)
         return nullptr;
     try {
-        // A copy: the booking below reads entries only, but the shares of
-        // the table are taken again whenever they are asked for after a change.
-        const Shares *found = sharesOf(tbl, hostName);
-        const Shares shares = found ? *found : Shares();
+        const Shares shares = sharesOf(tbl, hostName);
         // With every week in place first, no booking below makes a planner,
         // so none takes the recurring bookings in twice.
         bool complete = addOneOffWeeks(list, hostName, shares);
@@ -186,7 +239,7 @@ List *plannerListIfAny(RsvTimeTbl *tbl, const char *hostName, bool &failed) noex
     if (!plannersLazy(tbl))
         return nullptr;
     try {
-        if (!sharesOf(tbl, hostName))
+        if (!hasShares(tbl, hostName))
             return nullptr;
     } catch (const std::bad_alloc &) {
         noteAllocationFailure();

@@ -18,6 +18,7 @@
 #include "planner/restorebook.h"
 #include "rsv_internal.h"
 #include "table/change.h"
+#include "timewin/timewin_internal.h"
 
 namespace {
 
@@ -132,6 +133,8 @@ int loadRecords(RsvTimeTbl *tbl, rsv::Change &change, int *numRejected)
     // A table whose planners are built when first needed books nothing now.
     const bool bookInBulk = inBulk && !rsv::plannersLazy(tbl);
     HostShares shares;
+    // Records of one recurring window share its length, worked out once.
+    const rsv::WindowLengthMemo windowLengths;
 
     int restored = 0;
     int rejected = 0;

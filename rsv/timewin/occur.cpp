@@ -5,6 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <functional>
+#include <new>
+#include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "rsv_internal.h"
 #include "timewin_internal.h"
@@ -64,9 +69,80 @@ int occurrenceDay(int day, int hour, int minute, int mode, int W, int H, int M)
     return day;
 }
 
+
+// The lengths remembered while a rsv::WindowLengthMemo lives on the thread,
+// all taken at `second` with wide times `wide`.
+struct NameHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
+};
+struct WindowLengths {
+    time_t second = 0;
+    bool wide = false;
+    std::unordered_map<std::string, int64_t, NameHash, std::equal_to<>> byText;
+};
+thread_local int windowMemoDepth = 0;
+thread_local WindowLengths windowMemo;
+
+// The length of one occurrence of `timeWindow` (not NULL) as worked out from
+// the current time; see RsvTimeWindow_toDuration. `copied` tells whether the
+// text could be copied (a failed copy gives 0, which is not to be remembered).
+int64_t windowLength(const char *timeWindow, bool *copied = nullptr)
+{
+    rsv::CPtr<char> copy(rsv::dupText(timeWindow));
+    if (copied)
+        *copied = static_cast<bool>(copy);
+    if (!copy)
+        return 0;
+    char *dash = std::strchr(copy.get(), '-');
+    if (dash == nullptr)
+        return 0;
+    *dash = '\0';
+    const time_t start = Rsv_time2occur(copy.get(), RSV_OCCUR_NEXT);
+    const time_t end = Rsv_timeToOccurFromGivenTime(dash + 1, start, RSV_OCCUR_NEXT);
+    return static_cast<int64_t>(end - start);
+}
+
+// windowLength from the memory when the text was worked out at this second;
+// everything remembered is forgotten when the second (or the width of
+// one-off times, which a malformed point falls back to) has moved on. A
+// length that cannot be remembered for want of memory is worked out alone.
+int64_t rememberedLength(const char *timeWindow)
+{
+    const time_t second = rsv::now();
+    const bool wide = rsv::wideTimes();
+    if (windowMemo.second != second || windowMemo.wide != wide) {
+        windowMemo.byText.clear();
+        windowMemo.second = second;
+        windowMemo.wide = wide;
+    }
+    const auto found = windowMemo.byText.find(std::string_view(timeWindow));
+    if (found != windowMemo.byText.end())
+        return found->second;
+    bool copied = false;
+    const int64_t length = windowLength(timeWindow, &copied);
+    if (!copied)
+        return length;
+    try {
+        windowMemo.byText.emplace(timeWindow, length);
+    } catch (const std::bad_alloc &) {
+    }
+    return length;
+}
+
 } // namespace
 
 namespace rsv {
+
+WindowLengthMemo::WindowLengthMemo() noexcept : outermost_(windowMemoDepth++ == 0) {}
+
+WindowLengthMemo::~WindowLengthMemo()
+{
+    --windowMemoDepth;
+    if (outermost_)
+        WindowLengths().byText.swap(windowMemo.byText);
+}
+
 
 time_t windowPoint(const char *text) noexcept
 {
@@ -180,21 +256,15 @@ time_t RsvEnt_getLeftTime(const RsvEnt *ent)
 // Length of one occurrence of a window in seconds: the end is searched from
 // the start onward, so a daily window ending earlier in the day than it
 // starts (22:0-6:0) crosses midnight with a positive length. 0 for a NULL
-// text, a text without a dash, or a failed copy.
+// text, a text without a dash, or a failed copy. Within a
+// rsv::WindowLengthMemo a recurring window's length is remembered.
 int64_t RsvTimeWindow_toDuration(const char *timeWindow)
 {
     if (timeWindow == nullptr)
         return 0;
-    rsv::CPtr<char> copy(rsv::dupText(timeWindow));
-    if (!copy)
-        return 0;
-    char *dash = std::strchr(copy.get(), '-');
-    if (dash == nullptr)
-        return 0;
-    *dash = '\0';
-    const time_t start = Rsv_time2occur(copy.get(), RSV_OCCUR_NEXT);
-    const time_t end = Rsv_timeToOccurFromGivenTime(dash + 1, start, RSV_OCCUR_NEXT);
-    return static_cast<int64_t>(end - start);
+    if (windowMemoDepth > 0 && std::strchr(timeWindow, ':') != nullptr)
+        return rememberedLength(timeWindow);
+    return windowLength(timeWindow);
 }
 
 } // extern "C"

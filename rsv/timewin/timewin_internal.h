@@ -25,6 +25,24 @@ time_t windowPoint(const char *text) noexcept;
 // index of owners is made again when it changes.
 unsigned long long ownerRenameGeneration() noexcept;
 
+// While one lives on this thread, RsvTimeWindow_toDuration remembers the
+// length of each recurring window text and gives it again for the same text
+// at the same current second. The length is a function of the text, the
+// current time and the zone alone, and a load changes neither the zone nor
+// (within one second) the time, so a load that reads thousands of records of
+// a few dozen recurring windows does each window's calendar arithmetic once.
+// Scopes nest; the outermost one's memory is used and dropped at its end.
+class WindowLengthMemo {
+public:
+    WindowLengthMemo() noexcept;
+    ~WindowLengthMemo();
+    WindowLengthMemo(const WindowLengthMemo &) = delete;
+    WindowLengthMemo &operator=(const WindowLengthMemo &) = delete;
+
+private:
+    bool outermost_;
+};
+
 } // namespace rsv
 
 #endif

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "qob.rsvimpl.h"
 
@@ -13,6 +14,13 @@
 extern "C" RsvMiscFuncs miscFuncs;
 
 namespace rsv {
+
+// Hashes texts for the module's maps keyed by std::string, so that a look-up
+// by a C text or a view makes no std::string of it (with std::equal_to<>).
+struct NameHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
+};
 
 // Catalogue sets of the module's messages.
 inline constexpr int kCatSetRsv = 37;

@@ -13,10 +13,7 @@
 
 namespace {
 
-struct NameHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-};
+using rsv::NameHash;
 
 struct Journal {
     RsvTimeTbl *tbl = nullptr;

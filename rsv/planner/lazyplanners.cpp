@@ -17,23 +17,15 @@
 #include <vector>
 
 #include "planner_internal.h"
+#include "restorebook.h"
 #include "rsv_internal.h"
 
 namespace {
 
-// One reservation's share of a host: element `elem` of its allocation vector.
-struct Share {
-    RsvEnt *ent;
-    int elem;
-};
-
+using Share = rsv::HostShare;
 using Shares = std::vector<Share>;
 
-// Looks host names up without making a std::string of them.
-struct NameHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-};
+using rsv::NameHash;
 
 // Every host's shares in a lazy table, in entry order, then element order,
 // taken in one walk of the entries and kept while no entry comes or goes and

@@ -14,22 +14,15 @@
 #include <vector>
 
 #include "planner_internal.h"
+#include "restorebook.h"
 #include "rsv_internal.h"
 
 namespace {
 
-// Element `elem` of a recurring entry's allocation vector.
-struct Share {
-    RsvEnt *ent;
-    int elem;
-};
+using Share = rsv::HostShare;
 using Shares = std::vector<Share>;
 
-// Looks host names up without making a std::string of them.
-struct NameHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
-};
+using rsv::NameHash;
 
 struct TableIndex {
     bool made = false;                 // false: make it from the table's start

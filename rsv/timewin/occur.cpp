@@ -72,10 +72,8 @@ int occurrenceDay(int day, int hour, int minute, int mode, int W, int H, int M)
 
 // The lengths remembered while a rsv::WindowLengthMemo lives on the thread,
 // all taken at `second` with wide times `wide`.
-struct NameHash {
-    using is_transparent = void;
-    size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>{}(text); }
-};
+using rsv::NameHash;
+
 struct WindowLengths {
     time_t second = 0;
     bool wide = false;

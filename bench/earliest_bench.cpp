@@ -26,26 +26,11 @@ constexpr time_t kWeek = 7 * kDay;
 
 void quietSink(int, const char *) {}
 
-// Hashed host look-ups, as a daemon keeps them: the fake daemon's own scan
-// of every host would swamp what is measured.
-std::unordered_map<std::string, RsvHost *> hostIndex;
-
-RsvHost *indexedFindHost(const char *name)
-{
-    auto it = name ? hostIndex.find(name) : hostIndex.end();
-    return it == hostIndex.end() ? nullptr : it->second;
-}
-
-char *indexedOfficialHostName(const char *name)
-{
-    return indexedFindHost(name) ? strdup(name) : nullptr;
-}
-
 void useIndexedHosts(FakeDaemon &daemon)
 {
     RsvMiscFuncs services = daemon.services;
-    services.findHost = indexedFindHost;
-    services.officialHostName = indexedOfficialHostName;
+    services.findHost = rsvbench::indexedHost;
+    services.officialHostName = rsvbench::indexedOfficialName;
     RsvMod_init(&services);
 }
 
@@ -92,8 +77,8 @@ struct BusyHost {
     BusyHost()
     {
         kx_setLogSink(quietSink);
-        hostIndex.clear();
-        hostIndex["busy"] = daemon.addHost("busy", 64);
+        rsvbench::hostIndex().clear();
+        rsvbench::hostIndex()["busy"] = daemon.addHost("busy", 64);
         useIndexedHosts(daemon);
         daemon.setMaxPerOwner(1000);
         tbl = RsvTimeTbl_new(nullptr);
@@ -183,11 +168,11 @@ struct Reference {
     Reference()
     {
         kx_setLogSink(quietSink);
-        hostIndex.clear();
+        rsvbench::hostIndex().clear();
         rsvbench::addReferenceHosts(daemon);
         for (int h = 0; h < rsvbench::kHosts; ++h) {
             hosts.push_back(daemon.host(rsvbench::hostName(h)));
-            hostIndex[rsvbench::hostName(h)] = hosts.back();
+            rsvbench::hostIndex()[rsvbench::hostName(h)] = hosts.back();
         }
         useIndexedHosts(daemon);
         const std::string state = dir.file("reference.state");

@@ -10,11 +10,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "../tests/planner/planner_test_util.h"
 #include "rsv_test_support.h"
+#include "workload.h"
 
 using namespace rsvtest;
 using namespace plannertest;
@@ -32,32 +32,17 @@ std::string hostName(int i)
     return buf;
 }
 
-// Hashed host look-ups, as a daemon keeps them: the fake daemon's own look-ups
-// scan every host, which would swamp what is measured here.
-std::unordered_map<std::string, RsvHost *> hostIndex;
-
-RsvHost *indexedFindHost(const char *name)
-{
-    auto it = name ? hostIndex.find(name) : hostIndex.end();
-    return it == hostIndex.end() ? nullptr : it->second;
-}
-
-char *indexedOfficialHostName(const char *name)
-{
-    return indexedFindHost(name) ? strdup(name) : nullptr;
-}
-
 // The world every benchmark runs in: a pinned zone and clock, the fake daemon
 // with its hosts, and a table.
 struct World {
     World() : tz("UTC"), clock(localTime(2026, 1, 1, 0, 0))
     {
-        hostIndex.clear();
+        rsvbench::hostIndex().clear();
         for (int h = 0; h < kHosts; ++h)
-            hostIndex[hostName(h)] = daemon.addHost(hostName(h), kCapacity);
+            rsvbench::hostIndex()[hostName(h)] = daemon.addHost(hostName(h), kCapacity);
         RsvMiscFuncs services = daemon.services;
-        services.findHost = indexedFindHost;
-        services.officialHostName = indexedOfficialHostName;
+        services.findHost = rsvbench::indexedHost;
+        services.officialHostName = rsvbench::indexedOfficialName;
         RsvMod_init(&services);
         tbl = RsvTimeTbl_new(nullptr);
     }

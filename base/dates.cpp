@@ -4,6 +4,7 @@
 // never sees a clock change: a day across a daylight-saving switch is still
 // one day. Only getNowday consults the local zone, to learn which date an
 // instant falls on.
+#include "kx_civil.h"
 #include "kx_dates.h"
 
 #include <cstdint>
@@ -93,25 +94,6 @@ int64_t daysFromCivil(int64_t y, int64_t m, int64_t d)
     return era * 146097 + doe - 719468;
 }
 
-struct Civil {
-    int64_t year;
-    int month; // 1..12
-    int day;
-};
-
-Civil civilFromDays(int64_t z)
-{
-    z += 719468;
-    const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    const int64_t doe = z - era * 146097;
-    const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const int64_t mp = (5 * doy + 2) / 153;
-    const int d = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-    const int m = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-    return {era * 400 + yoe + (m <= 2), m, d};
-}
-
 // The day count of a date integer (month 0..11). A month or day outside its
 // range carries over the way mktime normalises it.
 int64_t daysOfDate(int date)
@@ -130,7 +112,7 @@ int64_t daysOfDate(int date)
 
 int dateOfDays(int64_t days)
 {
-    Civil c = civilFromDays(days);
+    kx::Civil c = kx::civilFromDays(days);
     return static_cast<int>(c.year * 10000 + (c.month - 1) * 100 + c.day);
 }
 
@@ -142,6 +124,23 @@ int weekdayOfDays(int64_t days)
 }
 
 } // namespace
+
+namespace kx {
+
+Civil civilFromDays(int64_t z)
+{
+    z += 719468;
+    const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+    const int64_t doe = z - era * 146097;
+    const int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    const int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const int64_t mp = (5 * doy + 2) / 153;
+    const int d = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+    const int m = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
+    return {era * 400 + yoe + (m <= 2), m, d};
+}
+
+} // namespace kx
 
 extern "C" {
 
@@ -198,7 +197,7 @@ char *intToDate(int date)
                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     static char buffer[64];
     int64_t days = daysOfDate(date);
-    Civil c = civilFromDays(days);
+    kx::Civil c = kx::civilFromDays(days);
     std::snprintf(buffer, sizeof buffer, "%s %s %d %lld", weekdays[weekdayOfDays(days)],
                   months[c.month - 1], c.day, static_cast<long long>(c.year));
     return buffer;

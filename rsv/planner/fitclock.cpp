@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "earliest_internal.h"
+#include "kx_civil.h"
 #include "planner_internal.h"
 #include "timewin/timewin_internal.h"
 
@@ -15,31 +16,11 @@ namespace {
 // year of starts costs a few hundred look-ups rather than 52,000.
 constexpr time_t kProbeStep = kDaySeconds;
 
-struct Civil {
-    int64_t year;
-    int month; // 1..12
-    int day;
-};
-
-// The proleptic Gregorian date of day `days` after 1 January 1970.
-Civil civilFromDays(int64_t days)
-{
-    days += 719468;
-    const int64_t era = floorDiv(days, 146097);
-    const int64_t dayOfEra = days - era * 146097;
-    const int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const int64_t shifted = (5 * dayOfYear + 2) / 153;
-    const int day = static_cast<int>(dayOfYear - (153 * shifted + 2) / 5 + 1);
-    const int month = static_cast<int>(shifted < 10 ? shifted + 3 : shifted - 9);
-    return {yearOfEra + era * 400 + (month <= 2 ? 1 : 0), month, day};
-}
-
 } // namespace
 
 void weekRecord(int64_t week, RsvWeek *out)
 {
-    const Civil sunday = civilFromDays(kFirstSunday + 7 * week);
+    const kx::Civil sunday = kx::civilFromDays(kFirstSunday + 7 * week);
     weekFromSunday(dateToInt(static_cast<int>(sunday.year), sunday.month - 1, sunday.day), out);
 }
 

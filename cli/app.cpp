@@ -120,7 +120,8 @@ void checkCommandName(CLI::App &app, int argc, char **argv)
 
 } // namespace
 
-void defineApp(CLI::App &app, GlobalOptions &global, CommandList &commands, FrontEnd frontEnd)
+void defineApp(CLI::App &app, GlobalOptions &global, CommandList &commands, FrontEnd frontEnd,
+               std::string_view only)
 {
     app.description("rsvctl: advance reservations of job slots on a cluster's hosts");
     app.name("rsvctl");
@@ -151,14 +152,24 @@ void defineApp(CLI::App &app, GlobalOptions &global, CommandList &commands, Fron
 Start with:  rsvctl demo --state-dir /tmp/rsv-demo
 Or for a real cluster:  rsvctl --state-dir DIR init --host NAME:SLOTS ...)");
 
-    addChangeCommands(app, global, commands);
-    addQueryCommands(app, global, commands);
-    addModCommand(app, global, commands);
-    addPlannerCommand(app, global, commands);
-    addClusterCommands(app, global, commands);
-    addFindCommand(app, global, commands);
-    addDemoCommand(app, global, commands);
-    addInitCommand(app, global, commands);
+    using Adder = void (*)(CLI::App &, GlobalOptions &, CommandList &);
+    static const std::pair<const char *, Adder> kGroups[] = {
+        {"add,del", &addChangeCommands}, {"list,show", &addQueryCommands}, {"mod", &addModCommand},
+        {"planner", &addPlannerCommand}, {"check,hosts", &addClusterCommands}, {"find", &addFindCommand},
+        {"demo", &addDemoCommand},       {"init", &addInitCommand},
+    };
+    // Defining every command costs far more than running a quick one; a
+    // daemon that knows the command defines only its group. An unknown name
+    // gets them all, to say which one was meant.
+    if (!only.empty())
+        for (const auto &[names, add] : kGroups)
+            for (const std::string &name : splitList(names))
+                if (name == only) {
+                    add(app, global, commands);
+                    return;
+                }
+    for (const auto &[names, add] : kGroups)
+        add(app, global, commands);
 }
 
 const Command *parseCommandLine(CLI::App &app, const CommandList &commands, int argc, char **argv, int *status)

@@ -3,6 +3,8 @@
 #ifndef RSVCTL_APP_H
 #define RSVCTL_APP_H
 
+#include <string_view>
+
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
@@ -15,8 +17,11 @@ enum class FrontEnd {
     Daemon    // rsvd: a client's command; the global options are the client's
 };
 
-// Add the global options (Process only), every command and the help text.
-void defineApp(CLI::App &app, GlobalOptions &global, CommandList &commands, FrontEnd frontEnd);
+// Add the global options (Process only), every command and the help text;
+// with `only` naming a command, that command's group alone (what it parses
+// and prints is the same).
+void defineApp(CLI::App &app, GlobalOptions &global, CommandList &commands, FrontEnd frontEnd,
+               std::string_view only = {});
 
 // Read `argc`/`argv` (argv[0] the program name); the chosen command, or
 // nullptr when the line was only for help or version, whose text went to

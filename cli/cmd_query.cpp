@@ -83,13 +83,11 @@ Examples:
   rsvctl show bob#1 --json)");
     commands.push_back({showCmd, [show, &global]() {
         Session session(resolveStateDir(global.stateDir), Access::Read);
-        for (const auto &v : collectReservations(session)) {
-            if (v.id != show->id)
-                continue;
+        if (const std::optional<ReservationView> v = collectReservation(session, show->id)) {
             if (show->json)
-                printOut("{}\n", toJson(v).dump(2));
+                printOut("{}\n", toJson(*v).dump(2));
             else
-                printOut("{}", formatShow(v));
+                printOut("{}", formatShow(*v));
             return kExitOk;
         }
         ErrorContext ctx;

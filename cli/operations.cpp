@@ -241,7 +241,7 @@ std::string addReservation(Session &session, const AddRequest &request)
         }
         refuse(err, ctx, detail);
     }
-    session.changeSaved();
+    session.changeSaved({id.get()});
     return id.get();
 }
 
@@ -303,6 +303,7 @@ void deleteReservations(Session &session, const std::vector<std::string> &ids)
                 usageError(fmt::format("'{}' is named twice", ids[i]));
         names.push_back(ids[i].c_str());
     }
+    session.aboutToRemove(ids);
     // One change: every reservation goes, and the files are rewritten once,
     // or none goes.
     session.beginChange();
@@ -315,7 +316,7 @@ void deleteReservations(Session &session, const std::vector<std::string> &ids)
             ctx.rsvId = ids[static_cast<size_t>(failedIndex)];
         changeFailed(session, err, ctx);
     }
-    session.changeSaved();
+    session.changeSaved(ids);
 }
 
 std::string moveWindow(Session &session, const std::string &id, const std::string &begin, const std::string &end)
@@ -376,7 +377,7 @@ std::string moveWindow(Session &session, const std::string &id, const std::strin
         }
         refuse(err, ctx, detail);
     }
-    session.changeSaved();
+    session.changeSaved({id});
     RsvEnt *after = RsvTimeTbl_getEntry(session.table(), id.c_str());
     return after && after->timeWindow ? after->timeWindow : target;
 }
@@ -420,7 +421,7 @@ void addHosts(Session &session, const std::string &id, const std::vector<std::st
         }
         refuse(err, ctx, detail);
     }
-    session.changeSaved();
+    session.changeSaved({id});
 }
 
 namespace {
@@ -461,7 +462,7 @@ int removeWith(Session &session, const std::string &id, const std::vector<std::s
     mod.sync();
     if (removed < 0)
         changeFailed(session, qob_errno ? qob_errno : RSV_ERR_NOTHING_LEFT, ctx);
-    session.changeSaved();
+    session.changeSaved({id});
     return removed;
 }
 
@@ -552,7 +553,7 @@ std::string changeDays(Session &session, const std::string &id, const std::strin
         }
         refuse(err, ctx, detail);
     }
-    session.changeSaved();
+    session.changeSaved({id});
     return words;
 }
 
@@ -579,7 +580,7 @@ void setDescription(Session &session, const std::string &id, const std::string &
     qob_errno = 0;
     if (RsvTimeTbl_setDescription(session.table(), id.c_str(), description.c_str()) != 0)
         changeFailed(session, qob_errno ? qob_errno : RSV_ERR_NO_SUCH_RSV, ctx);
-    session.changeSaved();
+    session.changeSaved({id});
 }
 
 } // namespace rsvctl

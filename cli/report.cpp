@@ -14,9 +14,9 @@ namespace rsvctl {
 
 namespace {
 
-struct ReplyOwner {
+struct PackedReply {
     RsvInfoReply reply{};
-    ~ReplyOwner() { RsvInfoReply_destroy(&reply); }
+    ~PackedReply() { RsvInfoReply_destroyPacked(&reply); }
 };
 
 // d:h:m or h:m of a recurring point as (day, hour, minute); day -1 for none.
@@ -100,63 +100,83 @@ std::string compactWindow(const std::string &window, bool recurring)
     return fmt::format("weekly {} {:02d}:{:02d} - {} {:02d}:{:02d}", weekdayName(d1), h1, m1, weekdayName(d2), h2, m2);
 }
 
+namespace {
+
+// The reservation of one element of the module's information reply, with
+// its instances by the clock at `now`.
+ReservationView viewOf(Session &session, const RsvInfoEnt &info, time_t now)
+{
+    ReservationView v;
+    v.id = info.rsvId ? info.rsvId : "";
+    v.owner = info.name ? info.name : "";
+    bool recurring = (info.options & RSV_OPT_RECURRING) != 0;
+    v.window = info.timeWindow ? info.timeWindow : "";
+    v.type = !recurring ? "one-off" : isWeeklyWindow(v.window) ? "weekly" : "daily";
+    v.system = (info.options & RSV_OPT_SYSTEM) != 0;
+    v.windowWords = windowInWords(v.window, recurring);
+    for (int j = 0; j < info.numHosts; ++j) {
+        const RsvHostInfo &h = info.hostInfo[j];
+        v.hosts.push_back({h.hostName ? h.hostName : "", h.numSlots, h.maxSlots, h.numCpus});
+        v.totalSlots += h.numSlots;
+    }
+    v.state = info.state == RSV_STATE_ACTIVE ? "active" : "inactive";
+    for (char **d = info.disabledDurations; d && *d; ++d)
+        v.disabled.emplace_back(*d);
+    if (info.description)
+        v.description = info.description;
+    v.creator = info.creator ? info.creator : "";
+
+    RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), v.id.c_str());
+    if (ent) {
+        v.created = ent->createTime;
+        v.durationSeconds = ent->duration;
+    }
+    if (!recurring) {
+        size_t dash = v.window.find('-');
+        if (dash != std::string::npos) {
+            Span span{static_cast<time_t>(std::atoll(v.window.substr(0, dash).c_str())),
+                      static_cast<time_t>(std::atoll(v.window.substr(dash + 1).c_str()))};
+            v.oneOff = span;
+            v.current = span;
+            v.durationSeconds = span.end - span.begin;
+            v.status = now < span.begin ? "upcoming" : now < span.end ? "running" : "ended";
+        }
+    } else if (ent) {
+        Span cur, nxt;
+        RsvEnt_getCurrentInstance(ent, 1, &cur.begin, &cur.end);
+        RsvEnt_getNextInstance(ent, 1, &nxt.begin, &nxt.end);
+        v.current = cur;
+        v.next = nxt;
+        v.status = cur.begin <= now && now < cur.end ? "running" : "upcoming";
+    }
+    return v;
+}
+
+} // namespace
+
 std::vector<ReservationView> collectReservations(Session &session)
 {
-    ReplyOwner owner;
-    int err = RsvTimeTbl_ToRsvInfoReply(session.table(), &owner.reply);
+    PackedReply owner;
+    int err = RsvTimeTbl_ToRsvInfoReplyPacked(session.table(), &owner.reply);
     if (err != 0)
         throw CliError(kExitRefused, moduleErrorText(err, {}));
-    time_t now = nowTime();
+    const time_t now = nowTime();
     std::vector<ReservationView> views;
     views.reserve(static_cast<size_t>(std::max(owner.reply.numReservations, 0)));
-    for (int k = 0; k < owner.reply.numReservations; ++k) {
-        const RsvInfoEnt &info = owner.reply.rsvInfo[k];
-        ReservationView v;
-        v.id = info.rsvId ? info.rsvId : "";
-        v.owner = info.name ? info.name : "";
-        bool recurring = (info.options & RSV_OPT_RECURRING) != 0;
-        v.window = info.timeWindow ? info.timeWindow : "";
-        v.type = !recurring ? "one-off" : isWeeklyWindow(v.window) ? "weekly" : "daily";
-        v.system = (info.options & RSV_OPT_SYSTEM) != 0;
-        v.windowWords = windowInWords(v.window, recurring);
-        for (int j = 0; j < info.numHosts; ++j) {
-            const RsvHostInfo &h = info.hostInfo[j];
-            v.hosts.push_back({h.hostName ? h.hostName : "", h.numSlots, h.maxSlots, h.numCpus});
-            v.totalSlots += h.numSlots;
-        }
-        v.state = info.state == RSV_STATE_ACTIVE ? "active" : "inactive";
-        for (char **d = info.disabledDurations; d && *d; ++d)
-            v.disabled.emplace_back(*d);
-        if (info.description)
-            v.description = info.description;
-        v.creator = info.creator ? info.creator : "";
-
-        RsvEnt *ent = RsvTimeTbl_getEntry(session.table(), v.id.c_str());
-        if (ent) {
-            v.created = ent->createTime;
-            v.durationSeconds = ent->duration;
-        }
-        if (!recurring) {
-            size_t dash = v.window.find('-');
-            if (dash != std::string::npos) {
-                Span span{static_cast<time_t>(std::atoll(v.window.substr(0, dash).c_str())),
-                          static_cast<time_t>(std::atoll(v.window.substr(dash + 1).c_str()))};
-                v.oneOff = span;
-                v.current = span;
-                v.durationSeconds = span.end - span.begin;
-                v.status = now < span.begin ? "upcoming" : now < span.end ? "running" : "ended";
-            }
-        } else if (ent) {
-            Span cur, nxt;
-            RsvEnt_getCurrentInstance(ent, 1, &cur.begin, &cur.end);
-            RsvEnt_getNextInstance(ent, 1, &nxt.begin, &nxt.end);
-            v.current = cur;
-            v.next = nxt;
-            v.status = cur.begin <= now && now < cur.end ? "running" : "upcoming";
-        }
-        views.push_back(std::move(v));
-    }
+    for (int k = 0; k < owner.reply.numReservations; ++k)
+        views.push_back(viewOf(session, owner.reply.rsvInfo[k], now));
     return views;
+}
+
+std::optional<ReservationView> collectReservation(Session &session, const std::string &id)
+{
+    PackedReply owner;
+    const int err = RsvTimeTbl_ToRsvInfoReplyOf(session.table(), id.c_str(), &owner.reply);
+    if (err == RSV_ERR_NO_RSV)
+        return std::nullopt;
+    if (err != 0)
+        throw CliError(kExitRefused, moduleErrorText(err, {}));
+    return viewOf(session, owner.reply.rsvInfo[0], nowTime());
 }
 
 nlohmann::ordered_json toJson(const ReservationView &v)

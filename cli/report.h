@@ -52,6 +52,10 @@ struct ReservationView {
 // Every reservation, in the table's order.
 std::vector<ReservationView> collectReservations(Session &session);
 
+// The reservation `id` alone (nullopt when the table has none so named),
+// at a cost that does not grow with the table.
+std::optional<ReservationView> collectReservation(Session &session, const std::string &id);
+
 // The window of a reservation in words.
 std::string windowInWords(const std::string &window, bool recurring);
 

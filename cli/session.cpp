@@ -368,16 +368,25 @@ void Session::beginChange()
     }
 }
 
-void Session::changeSaved()
+void Session::changeSaved(const std::vector<std::string> &ids)
 {
     changeSaved_ = true;
-    if (held_)
+    if (held_) {
         ++held_->changes;
+        held_->touched.insert(held_->touched.end(), ids.begin(), ids.end());
+    }
     if (!logVerbose)
         return;
     const int count = table_ ? h_numEnts_(&table_->entries) : 0;
     verboseNote("saved {}{}: {} reservation{}; the change and its save took {:.1f} ms", stateFile_,
                 idFile_.empty() ? "" : " and " + idFile_, count, count == 1 ? "" : "s", millisecondsSince(changeStart_));
+}
+
+void Session::aboutToRemove(const std::vector<std::string> &ids)
+{
+    std::string why;
+    if (held_ && held_->beforeRemove && !held_->beforeRemove(ids, why))
+        throw CliError(kExitFile, why);
 }
 
 void Session::mayChange(const std::string &id, const char *verb)

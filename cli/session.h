@@ -4,6 +4,7 @@
 #define RSVCTL_SESSION_H
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,13 @@ struct HeldState {
     int numRejected = 0;
     Caller caller;     // the current request's
     long changes = 0;  // changes saved through it so far
+    // The reservations the saved changes touched (added, changed or
+    // removed), in order; the daemon takes them after each request.
+    std::vector<std::string> touched;
+    // Called with the reservations a change is about to remove, before the
+    // module removes them (the daemon writes the finish record of one that
+    // is running); false refuses the change with `why` and nothing changes.
+    std::function<bool(const std::vector<std::string> &ids, std::string &why)> beforeRemove;
 };
 void holdState(HeldState *held);  // nullptr: each session loads the directory again
 HeldState *heldState();
@@ -107,9 +115,14 @@ public:
     // it). Only for Access::Change sessions.
     void beginChange();
 
-    // The module saved a change: keep what this session created (and, with
-    // -v, say what was saved and how long the change and its save took).
-    void changeSaved();
+    // The module saved a change to the reservations `ids`: keep what this
+    // session created (and, with -v, say what was saved and how long the
+    // change and its save took).
+    void changeSaved(const std::vector<std::string> &ids);
+
+    // The reservations `ids` are about to be removed: give the daemon that
+    // holds the table its say first (a refusal throws, status 3).
+    void aboutToRemove(const std::vector<std::string> &ids);
 
     // The module answered RSV_ERR_NOT_SAVED: throw the status-3 error naming
     // the file that could not be written and why.

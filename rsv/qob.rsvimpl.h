@@ -1204,6 +1204,17 @@ int jobListRsvId_equal(void *element, void *key, int ignored);
  * a NULL argument (reply untouched). Writes no file. */
 int RsvTimeTbl_ToRsvInfoReplyPacked(RsvTimeTbl *tbl, RsvInfoReply *reply);
 
+/* Fill the caller's `reply` as RsvTimeTbl_ToRsvInfoReplyPacked does, with
+ * the one reservation `rsvId` alone (numReservations 1): the same element
+ * the whole table's reply holds for it. Its cost does not grow with the
+ * table. Released by RsvInfoReply_destroyPacked. 0; RSV_ERR_NO_RSV
+ * (returned only) for an identifier not in the table (numReservations 0,
+ * rsvInfo NULL); RSV_ERR_NO_MEMORY (returned only) with a reply that must
+ * still go to RsvInfoReply_destroyPacked (rsvInfo may be NULL);
+ * RSV_ERR_BAD_ARGUMENT for a NULL argument (reply untouched). Writes no
+ * file. */
+int RsvTimeTbl_ToRsvInfoReplyOf(RsvTimeTbl *tbl, const char *rsvId, RsvInfoReply *reply);
+
 /* Release a reply filled by RsvTimeTbl_ToRsvInfoReplyPacked: its one block
  * (rsvInfo becomes NULL; numReservations keeps its value). A second call and
  * NULL are harmless. */

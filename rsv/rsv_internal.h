@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "qob.rsvimpl.h"
 
@@ -67,6 +68,18 @@ struct TableSettings {
     // RsvTimeTbl_trimPastWeeks has dropped the planners of the weeks over by
     // this time (0: never trimmed); the verification expects none there.
     time_t trimmedBefore = 0;
+    // The text of the last durable save, empty but keeping its room: a
+    // daemon saves the whole table at every change, and a fresh block of
+    // that size costs more in page faults than the records cost to write.
+    std::string stateText;
+    // The entries in insertion order as the last save saw them, with the
+    // last one seen and the entry table's delStamp then: entries only ever
+    // join at the end, and any removal changes the stamp, so the list is
+    // exact while the stamp holds. Walking the table's linked order costs a
+    // cache miss per entry that a daemon would pay at every change.
+    std::vector<HashEnt *> order;
+    HashEnt *orderLast = nullptr;
+    unsigned long long orderStamp = 0;
 };
 // The settings of `tbl`, made on first use when `create`; NULL when absent
 // (or when memory runs out).

@@ -47,6 +47,18 @@ bool isOperator(unsigned uid, unsigned gid, const std::string &user, const std::
 // The pinned clock of --test-clock.
 void pinClock(time_t now);
 
+// rsvd from its command line to its exit status (errors logged, never
+// thrown).
+int run(int argc, char **argv);
+
+// Tests only: a request may then carry "test_peer" ({"user":NAME,
+// "operator":BOOL}), which the hook turns into the caller in place of the
+// socket's peer, so that who may do what is tested without switching uids.
+// Only a test build of the daemon installs one; rsvd itself refuses the
+// field as unknown.
+using TestPeerHook = bool (*)(const nlohmann::json &peer, rsvctl::Caller &caller);
+void setTestPeerHook(TestPeerHook hook);
+
 } // namespace rsvd
 
 #endif

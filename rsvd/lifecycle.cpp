@@ -622,7 +622,12 @@ bool Lifecycle::finishEarly(const char *rsvId, time_t now)
 
 time_t Lifecycle::nextDue() const
 {
-    return impl_->next;
+    // From the queue, not from the last step: a change since may have made
+    // something due sooner.
+    const Impl &m = *impl_;
+    if (m.nextTrim == 0)
+        return m.next;
+    return m.queue.empty() ? m.nextTrim : std::min(m.queue.begin()->first, m.nextTrim);
 }
 
 size_t Lifecycle::scheduled() const

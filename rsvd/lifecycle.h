@@ -68,7 +68,9 @@ public:
     // the finish record could not be written (the caller should not remove).
     bool finishEarly(const char *rsvId, time_t now);
 
-    // The time the next step is due, as step() last returned it (0: none).
+    // The time the next step is due, changes since the last step included
+    // (0 before start()); it may be at or before now, when a change made
+    // something due at once.
     time_t nextDue() const;
 
     // Reservations with something scheduled (for tests and status replies).

@@ -99,7 +99,8 @@ struct Target {
 // The files of a save with their texts, in writing order: the id file (a
 // table whose state file has no '.' has none), then the state file. 0, or
 // RSV_ERR_NO_MEMORY.
-int buildTargets(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *skip, Target (&targets)[2], int &count)
+int buildTargets(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *skip, std::string &stateText,
+                 Target (&targets)[2], int &count)
 {
     count = 0;
     try {
@@ -109,6 +110,8 @@ int buildTargets(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *skip, Targe
             targets[count++].tmp = std::string(tbl->idFile) + kTmpSuffix;
         }
         targets[count].file = tbl->stateFile;
+        stateText.clear();
+        targets[count].text.swap(stateText);
         rsv::RsvTimeTbl_appendStateText(tbl, targets[count].text, skip);
         targets[count++].tmp = std::string(tbl->stateFile) + kTmpSuffix;
         for (int i = 0; i < count; ++i)
@@ -213,15 +216,22 @@ int RsvTimeTbl_saveDurably(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *s
         return RSV_ERR_NO_MEMORY;
     Target targets[2];
     int count = 0;
-    if (int error = buildTargets(tbl, skip, targets, count))
-        return error;
-    Failure f;
-    bool ok = writeTemporaries(targets, count, f);
-    if (ok)
-        noteMissingFiles(*settings, targets, count);
-    ok = ok && renameTargets(targets, count, f, replaced);
-    ok = ok && syncDirectories(targets, count, f);
-    return recordOutcome(*settings, ok, f);
+    const int error = buildTargets(tbl, skip, settings->stateText, targets, count);
+    if (error == RSV_OK) {
+        Failure f;
+        bool ok = writeTemporaries(targets, count, f);
+        if (ok)
+            noteMissingFiles(*settings, targets, count);
+        ok = ok && renameTargets(targets, count, f, replaced);
+        ok = ok && syncDirectories(targets, count, f);
+        settings->stateText.swap(targets[count - 1].text);
+        return recordOutcome(*settings, ok, f);
+    }
+    // Whatever room the text had is kept for the next save.
+    for (Target &t : targets)
+        if (t.text.capacity() > settings->stateText.capacity())
+            settings->stateText.swap(t.text);
+    return error;
 }
 
 } // namespace rsv

@@ -218,7 +218,7 @@ int fillInfoEnt(Store &store, RsvInfoEnt &info, const char *key, RsvEnt *ent)
     if (info.numHosts >= 1) {
         // The host records of this reservation; a reply for a large table
         // makes one per reservation, so the usual few hosts stay on the stack.
-        RsvHost *onStack[kScratchOnStack];
+        RsvHost *onStack[kScratchOnStack] = {};
         rsv::CPtr<RsvHost *> onHeap;
         RsvHost **seen = onStack;
         if (info.numHosts > kScratchOnStack) {
@@ -373,6 +373,31 @@ int RsvTimeTbl_ToRsvInfoReplyPacked(RsvTimeTbl *tbl, RsvInfoReply *reply)
     reply->rsvInfo = reinterpret_cast<RsvInfoEnt *>(block);
     PackedStore store(block + head, block + bytes);
     return fillReply(store, tbl, reply);
+}
+
+// As RsvTimeTbl_ToRsvInfoReplyPacked for the one reservation `rsvId`: a
+// front end showing one reservation pays for that one, not for the table.
+int RsvTimeTbl_ToRsvInfoReplyOf(RsvTimeTbl *tbl, const char *rsvId, RsvInfoReply *reply)
+{
+    if (!tbl || !rsvId || !reply)
+        return RSV_ERR_BAD_ARGUMENT;
+    reply->numReservations = 0;
+    reply->rsvInfo = nullptr;
+    HashEnt *he = h_getEnt_(&tbl->entries, rsvId);
+    if (!he || !he->value)
+        return RSV_ERR_NO_RSV;
+    auto *ent = static_cast<RsvEnt *>(he->value);
+    const size_t head = packedSize(sizeof(RsvInfoEnt));
+    size_t bytes = head;
+    if (!entryBytes(he->key, ent, bytes))
+        return RSV_ERR_NO_MEMORY;
+    auto *block = static_cast<char *>(rsv::allocRecord(1, bytes, kFn));
+    if (!block)
+        return RSV_ERR_NO_MEMORY;
+    reply->numReservations = 1;
+    reply->rsvInfo = reinterpret_cast<RsvInfoEnt *>(block);
+    PackedStore store(block + head, block + bytes);
+    return fillInfoEnt(store, reply->rsvInfo[0], he->key, ent);
 }
 
 // Releases a reply built packed: its one block.

@@ -91,12 +91,51 @@ void RsvTimeTbl_writeStateText(RsvTimeTbl *tbl, const std::string &text) noexcep
     RsvTimeTbl_logId(tbl);
 }
 
+namespace {
+
+// The entries of `tbl` in insertion order: the settings' list brought up to
+// date (see TableSettings::order), or `walked` filled by a walk when the
+// table has no settings. Throws std::bad_alloc.
+const std::vector<HashEnt *> &entryOrder(RsvTimeTbl *tbl, std::vector<HashEnt *> &walked)
+{
+    TableSettings *settings = tableSettings(tbl, false);
+    std::vector<HashEnt *> &order = settings ? settings->order : walked;
+    HashEnt *he = tbl->entries.first;
+    if (settings && settings->orderStamp == tbl->entries.delStamp && settings->orderStamp != 0 &&
+        (settings->orderLast || order.empty())) {
+        he = settings->orderLast ? settings->orderLast->orderNext : tbl->entries.first;
+    } else {
+        order.clear();
+        if (settings)
+            settings->orderLast = nullptr;
+    }
+    order.reserve(static_cast<size_t>(h_numEnts_(&tbl->entries)));
+    for (; he; he = he->orderNext)
+        order.push_back(he);
+    if (settings) {
+        settings->orderLast = order.empty() ? nullptr : order.back();
+        settings->orderStamp = tbl->entries.delStamp;
+    }
+    return order;
+}
+
+} // namespace
+
 void RsvTimeTbl_appendStateText(RsvTimeTbl *tbl, std::string &out, const std::vector<const RsvEnt *> *skip)
 {
+    std::vector<HashEnt *> walked;
+    const std::vector<HashEnt *> &order = entryOrder(tbl, walked);
     std::vector<const RsvEnt *> written;
-    written.reserve(static_cast<size_t>(h_numEnts_(&tbl->entries)));
-    HashIter iter;
-    for (HashEnt *he = h_firstEnt_(&tbl->entries, &iter); he; he = h_nextEnt_(&iter)) {
+    written.reserve(order.size());
+    // The entries lie wherever they were allocated: asking for the ones a
+    // few steps ahead lets their loads overlap.
+    constexpr size_t kAhead = 8;
+    for (size_t i = 0; i < order.size(); ++i) {
+        if (i + kAhead < order.size()) {
+            __builtin_prefetch(order[i + kAhead]);
+            __builtin_prefetch(order[i + kAhead / 2]->key);
+        }
+        const HashEnt *he = order[i];
         if (std::strchr(he->key, '@'))
             continue;
         const auto *ent = static_cast<const RsvEnt *>(he->value);

@@ -1099,6 +1099,14 @@ static void testTable(const Paths *p)
     CHECK(reply.rsvInfo == NULL);
     CHECK_INT(RsvTimeTbl_ToRsvInfoReplyPacked(NULL, &reply), RSV_ERR_BAD_ARGUMENT);
 
+    /* One reservation's element alone. */
+    CHECK_INT(RsvTimeTbl_ToRsvInfoReplyOf(tbl, "alice#0", &reply), RSV_OK);
+    CHECK_INT(reply.numReservations, 1);
+    if (reply.rsvInfo && reply.numReservations == 1)
+        CHECK_STR(reply.rsvInfo[0].description, "first");
+    RsvInfoReply_destroyPacked(&reply);
+    CHECK_INT(RsvTimeTbl_ToRsvInfoReplyOf(tbl, "nobody#9", &reply), RSV_ERR_NO_RSV);
+
     /* Activation is stamped, written, and measured by the finish record. */
     setRsvActive(tbl, ent);
     CHECK_INT(isRsvActive(ent), 1);

@@ -539,6 +539,38 @@ TEST_F(InfoReplyTest, PackedReplyEqualsTheDefaultOne)
     EXPECT_STREQ(packed.reply.rsvInfo[2].hostInfo[0].hostName, "lost_and_found");
     EXPECT_STREQ(packed.reply.rsvInfo[4].disabledDurations[1], "Tue Dec 10 2030 - Thu Dec 12 2030");
     EXPECT_EQ(packed.reply.rsvInfo[4].disabledDurations[2], nullptr);
+
+    // Each reservation asked for alone gets the element the table's reply
+    // holds for it.
+    for (int k = 0; k < heap.reply.numReservations; ++k) {
+        PackedGuard one;
+        ASSERT_EQ(RsvTimeTbl_ToRsvInfoReplyOf(tbl.get(), heap.reply.rsvInfo[k].rsvId, &one.reply), 0);
+        const RsvInfoReply single{1, &heap.reply.rsvInfo[k]};
+        EXPECT_TRUE(sameReplies(tbl.get(), single, one.reply)) << heap.reply.rsvInfo[k].rsvId;
+    }
+}
+
+TEST_F(InfoReplyTest, ReplyOfOneReservation)
+{
+    addEntry(tbl.get(), "alice#0", {{"hostA", 2}});
+    addEntry(tbl.get(), "bob#0", {{"hostB", 1}});
+    PackedGuard g;
+    EXPECT_EQ(RsvTimeTbl_ToRsvInfoReplyOf(nullptr, "bob#0", &g.reply), RSV_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(RsvTimeTbl_ToRsvInfoReplyOf(tbl.get(), nullptr, &g.reply), RSV_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(RsvTimeTbl_ToRsvInfoReplyOf(tbl.get(), "bob#0", nullptr), RSV_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(RsvTimeTbl_ToRsvInfoReplyOf(tbl.get(), "carol#0", &g.reply), RSV_ERR_NO_RSV);
+    EXPECT_EQ(g.reply.numReservations, 0);
+    EXPECT_EQ(g.reply.rsvInfo, nullptr);
+    ASSERT_EQ(RsvTimeTbl_ToRsvInfoReplyOf(tbl.get(), "bob#0", &g.reply), 0);
+    ASSERT_EQ(g.reply.numReservations, 1);
+    EXPECT_STREQ(g.reply.rsvInfo[0].rsvId, "bob#0");
+    EXPECT_STREQ(g.reply.rsvInfo[0].hostInfo[0].hostName, "hostB");
+
+    // Out of memory: 55, and the reply is still released by one call.
+    daemon.failAfter(0);
+    PackedGuard starved;
+    EXPECT_EQ(RsvTimeTbl_ToRsvInfoReplyOf(tbl.get(), "bob#0", &starved.reply), RSV_ERR_NO_MEMORY);
+    daemon.failAfter(-1);
 }
 
 // The packed reply is one block: whatever allocation fails, the result is

@@ -194,15 +194,13 @@ protected:
     int nobody = -1;
 };
 
-TEST_F(RsvdUsers, OwnersAndOperatorsMayChangeOthersMayOnlyRead)
-{
-    rsvdtest::Daemon daemon(state, kNow, {"--operators-group", "daemon"});
-    ASSERT_TRUE(daemon.ready()) << daemon.log();
-    rsvdtest::Client asBin(daemon.socket(), bin);
-    rsvdtest::Client asNobody(daemon.socket(), nobody);
-    rsvdtest::Client asOperator(daemon.socket(), daemonUser);
-    ASSERT_TRUE(asBin.connected() && asNobody.connected() && asOperator.connected());
+namespace {
 
+// Who may do what, asked by bin and nobody (users) and daemon (an
+// operator), however the daemon learns who they are.
+void checkWhoMayDoWhat(rsvdtest::Daemon &daemon, rsvdtest::Client &asBin, rsvdtest::Client &asNobody,
+                       rsvdtest::Client &asOperator)
+{
     nlohmann::json r = asBin.command("add", {"-u", "bin", "-n", "2", "-m", "alpha", "-b", "+1h", "-D", "1h"});
     EXPECT_EQ(r["status"], 0) << r.dump();
     r = asBin.command("show", {"--json", "bin#0"});
@@ -239,6 +237,49 @@ TEST_F(RsvdUsers, OwnersAndOperatorsMayChangeOthersMayOnlyRead)
     EXPECT_TRUE(logged(daemon.log(), {"event=change-refused ", "user=nobody", "operator=false", "cmd=del"}))
         << daemon.log();
     EXPECT_TRUE(logged(daemon.log(), {"event=change ", "user=daemon", "operator=true", "cmd=mod"})) << daemon.log();
+}
+
+} // namespace
+
+TEST_F(RsvdUsers, OwnersAndOperatorsMayChangeOthersMayOnlyRead)
+{
+    rsvdtest::Daemon daemon(state, kNow, {"--operators-group", "daemon"});
+    ASSERT_TRUE(daemon.ready()) << daemon.log();
+    rsvdtest::Client asBin(daemon.socket(), bin);
+    rsvdtest::Client asNobody(daemon.socket(), nobody);
+    rsvdtest::Client asOperator(daemon.socket(), daemonUser);
+    ASSERT_TRUE(asBin.connected() && asNobody.connected() && asOperator.connected());
+    checkWhoMayDoWhat(daemon, asBin, asNobody, asOperator);
+}
+
+// The same as any user: a test build of the daemon takes the caller stated
+// in the request instead of the socket's peer.
+TEST_F(Rsvd, OwnersAndOperatorsMayChangeOthersMayOnlyReadAsStatedCallers)
+{
+    rsvdtest::Daemon daemon(state, kNow, {}, STATED_PEER_RSVD_PATH);
+    ASSERT_TRUE(daemon.ready()) << daemon.log();
+    rsvdtest::Client asBin(daemon.socket()), asNobody(daemon.socket()), asOperator(daemon.socket());
+    ASSERT_TRUE(asBin.connected() && asNobody.connected() && asOperator.connected());
+    asBin.statePeer({{"user", "bin"}, {"operator", false}});
+    asNobody.statePeer({{"user", "nobody"}, {"operator", false}});
+    asOperator.statePeer({{"user", "daemon"}, {"operator", true}});
+    rsvdtest::Client unclear(daemon.socket());
+    nlohmann::json r = unclear.ask({{"v", 1}, {"cmd", "list"}, {"test_peer", "bin"}});
+    EXPECT_EQ(r["status"], 1);
+    EXPECT_EQ(r["error"], "\"test_peer\" must be {\"user\":NAME,\"operator\":BOOL}");
+    checkWhoMayDoWhat(daemon, asBin, asNobody, asOperator);
+}
+
+// rsvd itself never lets a request say who asks.
+TEST_F(Rsvd, ARequestCannotStateItsCaller)
+{
+    rsvdtest::Daemon daemon(state, kNow);
+    ASSERT_TRUE(daemon.ready()) << daemon.log();
+    rsvdtest::Client client(daemon.socket());
+    client.statePeer({{"user", "daemon"}, {"operator", true}});
+    nlohmann::json r = client.command("list", {});
+    EXPECT_EQ(r["status"], 1);
+    EXPECT_EQ(r["error"], "unknown field \"test_peer\"");
 }
 
 TEST_F(Rsvd, BadInputIsAnsweredAndOthersAreStillServed)
@@ -312,6 +353,32 @@ TEST_F(Rsvd, ActivatesEndsAndCatchesUpAfterARestart)
     const std::string log = rsvtest::readFile(finishLog);
     EXPECT_EQ(rsvctltest::lines(log).size(), 2u) << log;
     EXPECT_NE(log.find("root#1"), std::string::npos) << log;
+}
+
+// A running reservation deleted through rsvd is charged up to the deletion
+// in its finish record, written before it goes.
+TEST_F(Rsvd, DeletingARunningReservationWritesItsFinishRecordFirst)
+{
+    const std::string finishLog = state + "/rsv.finish";
+    rsvdtest::Daemon daemon(state, kNow);
+    ASSERT_TRUE(daemon.ready()) << daemon.log();
+    rsvdtest::Client client(daemon.socket());
+    ASSERT_EQ(client.command("add", {"-u", "root", "-n", "2", "-m", "alpha", "-b", "+1h", "-D", "2h"})["status"], 0);
+    client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", kNow + 3600}});
+    client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", kNow + 3600 + 1800}});
+    nlohmann::json r = client.command("show", {"--json", "root#0"});
+    EXPECT_EQ(r["json"]["state"], "active") << r.dump();
+    r = client.command("del", {"root#0"});
+    ASSERT_EQ(r["status"], 0) << r.dump();
+    const std::vector<std::string> records = rsvctltest::lines(rsvtest::readFile(finishLog));
+    ASSERT_EQ(records.size(), 1u);
+    const nlohmann::json record = nlohmann::json::parse(records[0]);
+    EXPECT_EQ(record["rsvId"], "root#0") << records[0];
+    EXPECT_EQ(record["activeDuration"], 1800) << records[0];
+    // Past its planned end nothing more is written for it.
+    client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", kNow + 4 * 3600}});
+    EXPECT_EQ(rsvctltest::lines(rsvtest::readFile(finishLog)).size(), 1u);
+    EXPECT_EQ(daemon.stop(), 0);
 }
 
 TEST_F(Rsvd, HangupRereadsTheHostsAndLogsWhatNoLongerFits)

@@ -316,9 +316,13 @@ TEST_P(LifecycleTest, ChangesAreScheduledOneByOne)
     std::string id = addReservation(tbl, 0, "dave", 1, {"h0"}, oneOff(start, end));
     engine->changed(id.c_str());
     EXPECT_EQ(engine->scheduled(), 1u);
+    // The daemon re-arms its timer from nextDue() right after a change,
+    // before any step: it must already see the new start.
+    EXPECT_EQ(engine->nextDue(), start);
     EXPECT_EQ(stepAt(clock.now()), start);
     std::string later = addReservation(tbl, 0, "dave", 1, {"h1"}, oneOff(start - 3600, end));
     engine->changed(later.c_str());
+    EXPECT_EQ(engine->nextDue(), start - 3600);
     EXPECT_EQ(stepAt(clock.now()), start - 3600);
     ASSERT_EQ(RsvTimeTbl_removeEntry(tbl, later.c_str()), RSV_OK);
     engine->changed(later.c_str());

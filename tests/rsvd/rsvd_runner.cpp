@@ -70,13 +70,14 @@ int receiveFd(int channel)
 
 } // namespace
 
-Daemon::Daemon(const std::string &stateDir, long long now, const std::vector<std::string> &extra)
+Daemon::Daemon(const std::string &stateDir, long long now, const std::vector<std::string> &extra,
+               const std::string &program)
     : socket_(stateDir + "/rsvd.sock")
 {
     int fds[2];
     if (pipe(fds) != 0)
         return;
-    std::vector<std::string> words{RSVD_PATH, "--state-dir", stateDir, "--foreground", "--test-clock",
+    std::vector<std::string> words{program.empty() ? std::string(RSVD_PATH) : program, "--state-dir", stateDir, "--foreground", "--test-clock",
                                    std::to_string(now)};
     words.insert(words.end(), extra.begin(), extra.end());
     for (size_t i = 0; i + 1 < extra.size(); ++i)
@@ -197,6 +198,12 @@ bool Client::closedByDaemon()
 
 nlohmann::json Client::ask(const nlohmann::json &request)
 {
+    if (!peer_.is_null()) {
+        nlohmann::json stated = request;
+        stated["test_peer"] = peer_;
+        sendRaw(stated.dump() + "\n");
+        return reply();
+    }
     sendRaw(request.dump() + "\n");
     return reply();
 }

@@ -14,9 +14,11 @@ namespace rsvdtest {
 
 class Daemon {
 public:
-    // Start rsvd on `stateDir` with --test-clock `now`, TZ=UTC and `extra`
-    // arguments, and return once it has logged that it is ready.
-    Daemon(const std::string &stateDir, long long now, const std::vector<std::string> &extra = {});
+    // Start rsvd (or the daemon at `program`, such as the test build that
+    // takes stated callers) on `stateDir` with --test-clock `now`, TZ=UTC
+    // and `extra` arguments, and return once it has logged that it is ready.
+    Daemon(const std::string &stateDir, long long now, const std::vector<std::string> &extra = {},
+           const std::string &program = {});
     // SIGTERM and wait, unless stopped already.
     ~Daemon();
     Daemon(const Daemon &) = delete;
@@ -55,12 +57,16 @@ public:
     // Whether the daemon has closed the connection (reads end of input).
     bool closedByDaemon();
     nlohmann::json ask(const nlohmann::json &request);
+    // Every later request states this caller ({"user":..,"operator":..});
+    // only the test build of the daemon accepts it.
+    void statePeer(const nlohmann::json &peer) { peer_ = peer; }
     // {"v":1,"id":1,"cmd":cmd,"args":args}
     nlohmann::json command(const std::string &cmd, const std::vector<std::string> &args);
 
 private:
     int fd_ = -1;
     std::string pending_;
+    nlohmann::json peer_;
 };
 
 } // namespace rsvdtest

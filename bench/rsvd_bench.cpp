@@ -71,6 +71,7 @@ struct World {
     std::string busyHost;
     int reservations = 0;
     std::optional<rsvdtest::Daemon> daemon;
+    clockid_t daemonClock{};
 
     World()
     {
@@ -86,8 +87,38 @@ struct World {
         }
         // rsvd logs every change; the log must not fill its pipe.
         daemon->followLog();
+        if (clock_getcpuclockid(daemon->pid(), &daemonClock) != 0) {
+            std::fprintf(stderr, "rsvd_bench: no processor clock of rsvd\n");
+            std::exit(1);
+        }
+        waitUntilIdle();
         rsvdtest::Client client(daemon->socket());
         reservations = client.ask({{"v", 1}, {"cmd", "rsvd.status"}}).value("reservations", 0);
+    }
+
+    // rsvd's processor time so far, in seconds: on a shared machine it
+    // swings far less than the wall time of a round trip.
+    double daemonSeconds() const
+    {
+        timespec now{};
+        clock_gettime(daemonClock, &now);
+        return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+    }
+
+    // Once ready, rsvd activates every instance due at the pinned clock
+    // (789 of the reference table's recurring ones), one durable
+    // save each, between requests: the round trips are measured once it has
+    // done so, when its processor clock stands still.
+    void waitUntilIdle() const
+    {
+        using namespace std::chrono_literals;
+        for (double before = daemonSeconds();;) {
+            std::this_thread::sleep_for(250ms);
+            const double after = daemonSeconds();
+            if (after - before < 0.002)
+                return;
+            before = after;
+        }
     }
 };
 
@@ -103,23 +134,6 @@ std::string requestLine(const std::string &cmd, const std::vector<std::string> &
     if (!args.empty())
         request["args"] = args;
     return request.dump() + "\n";
-}
-
-// rsvd's processor time so far, in seconds: on a shared machine it swings
-// far less than the wall time of a round trip.
-double daemonSeconds()
-{
-    static const clockid_t clock = [] {
-        clockid_t id{};
-        if (clock_getcpuclockid(world().daemon->pid(), &id) != 0) {
-            std::fprintf(stderr, "rsvd_bench: no processor clock of rsvd\n");
-            std::exit(1);
-        }
-        return id;
-    }();
-    timespec now{};
-    clock_gettime(clock, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
 struct Answer {
@@ -202,9 +216,9 @@ void runLatency(benchmark::State &state, const std::function<std::string()> &req
     daemonSamples.reserve(static_cast<size_t>(state.max_iterations));
     for (auto _ : state) {
         const std::string line = request();
-        const double daemonBefore = daemonSeconds();
+        const double daemonBefore = world().daemonSeconds();
         const Answer answer = ask(client, line);
-        daemonSamples.push_back(daemonSeconds() - daemonBefore);
+        daemonSamples.push_back(world().daemonSeconds() - daemonBefore);
         if (!answer.ok()) {
             state.SkipWithError(("refused: " + answer.why()).c_str());
             break;
@@ -334,13 +348,13 @@ void BM_RsvdMix32Clients(benchmark::State &state)
         for (int c = 0; c < kClients; ++c)
             threads.emplace_back(mixClient, c, std::ref(*clients[static_cast<size_t>(c)]), std::ref(go),
                                  std::ref(runs[static_cast<size_t>(c)]));
-        const double daemonBefore = daemonSeconds();
+        const double daemonBefore = world().daemonSeconds();
         go.arrive_and_wait();
         const auto start = Clock::now();
         for (auto &t : threads)
             t.join();
         state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
-        daemonTime += daemonSeconds() - daemonBefore;
+        daemonTime += world().daemonSeconds() - daemonBefore;
         for (const ClientRun &run : runs) {
             if (!run.failure.empty()) {
                 state.SkipWithError(run.failure.c_str());

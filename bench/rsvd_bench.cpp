@@ -12,10 +12,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <ctime>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <latch>
 #include <map>
@@ -105,10 +105,10 @@ struct World {
         return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
     }
 
-    // Once ready, rsvd activates every instance due at the pinned clock
-    // (789 of the reference table's recurring ones), one durable
-    // save each, between requests: the round trips are measured once it has
-    // done so, when its processor clock stands still.
+    // Once ready, rsvd activates every instance due at the pinned clock (789
+    // of the reference table's recurring ones), one durable save each,
+    // between requests: the round trips are measured once it has done so,
+    // when its processor clock stands still.
     void waitUntilIdle() const
     {
         using namespace std::chrono_literals;

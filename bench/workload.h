@@ -8,6 +8,7 @@
 
 #include <random>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <string>
 #include <unordered_map>
@@ -98,6 +99,27 @@ inline Mix fiftyWeekMix()
     mix.dailyPercent = 20;
     mix.weeklyPercent = 0;
     return mix;
+}
+
+// A host no reservation holds, where a timed addition always fits however
+// full the table's hosts are.
+inline constexpr const char *kSpareHost = "spare";
+
+// A state directory for rsvctl and rsvd: a hosts.conf of the hosts of `mix`
+// plus the spare host, and an rsv.state holding the table of `mix` starting
+// at `now`. False when a file cannot be written.
+inline bool writeStateDir(const std::string &dir, const Mix &mix, time_t now)
+{
+    std::string hosts = "max-per-owner 10000\n";
+    for (int h = 0; h < mix.hosts; ++h)
+        hosts += hostName(h) + " " + std::to_string(kSlotsPerHost) + "\n";
+    hosts += std::string(kSpareHost) + " " + std::to_string(kSlotsPerHost) + "\n";
+    auto write = [&dir](const char *name, const std::string &text) {
+        std::ofstream out(dir + name, std::ios::binary | std::ios::trunc);
+        out << text;
+        return static_cast<bool>(out);
+    };
+    return write("/hosts.conf", hosts) && write("/rsv.state", stateText(mix, now));
 }
 
 // State files of the reference mix, one per table size, written once under

@@ -18,7 +18,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -31,13 +30,6 @@ int usage()
     std::fprintf(stderr, "usage: benchtool state DIR reference|fifty-weeks [RESERVATIONS] [NOW]\n"
                          "       benchtool run N COMMAND [ARG...]\n");
     return 64;
-}
-
-bool writeText(const std::string &path, const std::string &text)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    return static_cast<bool>(out);
 }
 
 int makeState(int argc, char **argv)
@@ -54,13 +46,7 @@ int makeState(int argc, char **argv)
     if (argc > 4)
         mix.reservations = std::atoi(argv[4]);
     const time_t now = argc > 5 ? static_cast<time_t>(std::atoll(argv[5])) : std::time(nullptr);
-    std::string hosts = "max-per-owner 10000\n";
-    for (int h = 0; h < mix.hosts; ++h)
-        hosts += rsvbench::hostName(h) + " " + std::to_string(rsvbench::kSlotsPerHost) + "\n";
-    // A host no reservation holds, where a timed addition always fits
-    // however full the table's hosts are.
-    hosts += "spare " + std::to_string(rsvbench::kSlotsPerHost) + "\n";
-    if (!writeText(dir + "/hosts.conf", hosts) || !writeText(dir + "/rsv.state", rsvbench::stateText(mix, now))) {
+    if (!rsvbench::writeStateDir(dir, mix, now)) {
         std::fprintf(stderr, "benchtool: cannot write %s\n", dir.c_str());
         return 1;
     }

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <functional>
 
 namespace rsvdtest {
 
@@ -110,14 +111,33 @@ Daemon::Daemon(const std::string &stateDir, long long now, const std::vector<std
     ready_ = true;
 }
 
+namespace {
+
+// Everything `fd` gives until its end of input.
+void readToEnd(int fd, std::string &into)
+{
+    char buf[4096];
+    for (ssize_t n; (n = read(fd, buf, sizeof buf)) > 0;)
+        into.append(buf, static_cast<size_t>(n));
+}
+
+} // namespace
+
+void Daemon::followLog()
+{
+    if (logFd_ >= 0 && !follower_.joinable())
+        follower_ = std::thread(readToEnd, logFd_, std::ref(log_));
+}
+
 int Daemon::stop(int signum)
 {
     if (pid_ <= 0)
         return -2;
     kill(pid_, signum);
-    char buf[4096];
-    for (ssize_t n; (n = read(logFd_, buf, sizeof buf)) > 0;)
-        log_.append(buf, static_cast<size_t>(n));
+    if (follower_.joinable())
+        follower_.join();
+    else
+        readToEnd(logFd_, log_);
     int status = 0;
     waitpid(pid_, &status, 0);
     pid_ = -1;

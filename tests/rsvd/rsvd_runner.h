@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -31,6 +32,10 @@ public:
     // signal ended it). The log read so far is in log().
     int stop(int signum = 15);
     const std::string &log() const { return log_; }
+    // Keep reading the log from now on in a thread of its own, so that a
+    // daemon that logs every change of a long run never blocks on a full
+    // pipe; log() is then complete only after stop().
+    void followLog();
 
 private:
     pid_t pid_ = -1;
@@ -38,6 +43,7 @@ private:
     bool ready_ = false;
     std::string socket_;
     std::string log_;
+    std::thread follower_;
 };
 
 // A connection to rsvd's socket, made as uid `uid` (and its primary group)

@@ -1306,6 +1306,16 @@ int RsvTimeTbl_activate(RsvTimeTbl *tbl, RsvEnt *ent);
 /* setRsvInactive with its outcome, as RsvTimeTbl_activate. */
 int RsvTimeTbl_deactivate(RsvTimeTbl *tbl, RsvEnt *ent);
 
+/* RsvTimeTbl_activate for the `count` entries `ents` at once, in one change:
+ * the files are written once, when any entry's activeTime is stamped, and
+ * every entry is activated or, on failure, none is (states and activeTime
+ * left as they were). For a daemon starting many instances at one moment.
+ * 0; RSV_ERR_BAD_ARGUMENT (nothing changed) for a NULL `ents`, a negative
+ * count or a NULL element; RSV_ERR_NO_MEMORY; in durable mode
+ * RSV_ERR_NOT_SAVED; errors are also stored in qob_errno. A NULL table
+ * changes the states and writes no file. */
+int RsvTimeTbl_activateEntries(RsvTimeTbl *tbl, RsvEnt *const *ents, int count);
+
 /* A problem found by RsvTimeTbl_verify: one line of text, valid during the
  * call only. */
 typedef void (*RsvVerifyProblem)(void *context, const char *problem);

@@ -30,6 +30,7 @@
 #include <set>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -415,6 +416,29 @@ struct Lifecycle::Impl {
         schedule(id, Due{d.instEnd, Kind::End, d.instStart, d.instEnd});
     }
 
+    // Instances that start together (the queue's consecutive starts) are
+    // activated in one change with one save: a hundred daily reservations
+    // starting at 08:00 cost one rewrite of the state file, not a hundred.
+    void beginAll(const std::vector<std::pair<std::string, Due>> &starting, time_t now)
+    {
+        std::vector<RsvEnt *> ents;
+        for (const auto &[id, d] : starting)
+            ents.push_back(RsvTimeTbl_getEntry(tbl, id.c_str()));
+        if (RsvTimeTbl_activateEntries(tbl, ents.data(), static_cast<int>(ents.size())) != RSV_OK) {
+            for (const auto &[id, d] : starting) {
+                emit("error", {{"id", id}, {"error", "activation not saved"}});
+                retryLater(id, d, now);
+            }
+            return;
+        }
+        for (size_t i = 0; i < starting.size(); ++i) {
+            const auto &[id, d] = starting[i];
+            RsvEnt_setNextInstance(ents[i], d.instStart, d.instEnd);
+            emit("activated", fieldsOf(ents[i], d.instStart, d.instEnd));
+            schedule(id, Due{d.instEnd, Kind::End, d.instStart, d.instEnd});
+        }
+    }
+
     // Once a week, at local midnight starting Sunday: the planners of the
     // weeks before this one go.
     void trimIfDue(time_t now)
@@ -565,9 +589,22 @@ time_t Lifecycle::step(time_t now)
     // Every event moves its reservation to a later time or out of the queue,
     // so this ends; the bound only guards against a window that stands still.
     size_t budget = 4 * m.queue.size() + 16;
+    // Consecutive instance starts wait here to be activated together; any
+    // other event first has them activated, so events keep their order.
+    std::vector<std::pair<std::string, Due>> starting;
     while (!m.queue.empty() && m.queue.begin()->first <= now && budget-- > 0) {
         std::string id = m.queue.begin()->second;
         Due d = m.due.at(id);
+        if (d.kind == Kind::Start && now < d.instEnd && RsvTimeTbl_getEntry(m.tbl, id.c_str())) {
+            m.unschedule(id);
+            starting.emplace_back(std::move(id), d);
+            continue;
+        }
+        if (!starting.empty()) {
+            m.beginAll(starting, now);
+            starting.clear();
+            continue;  // the queue's first event may have changed
+        }
         m.run(id, d, now);
         auto it = m.due.find(id);
         if (it != m.due.end() && it->second.at <= now && it->second.instEnd == d.instEnd &&
@@ -576,6 +613,8 @@ time_t Lifecycle::step(time_t now)
             m.retryLater(id, d, now);
         }
     }
+    if (!starting.empty())
+        m.beginAll(starting, now);
     m.trimIfDue(now);
     m.next = m.queue.empty() ? m.nextTrim : std::min(m.queue.begin()->first, m.nextTrim);
     if (m.next <= now)

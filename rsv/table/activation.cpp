@@ -1,6 +1,9 @@
 // activation.cpp: a reservation's instance starting and ending. The first
 // activation stamps activeTime and the end clears it; both are changes of the
 // table, written to its files (all or nothing in durable mode).
+#include <new>
+#include <vector>
+
 #include "rsv_internal.h"
 #include "table/change.h"
 
@@ -64,6 +67,62 @@ int RsvTimeTbl_activate(RsvTimeTbl *tbl, RsvEnt *ent)
 int RsvTimeTbl_deactivate(RsvTimeTbl *tbl, RsvEnt *ent)
 {
     return switchActive(tbl, ent, false);
+}
+
+// Activates every entry of `ents` in one change: one save for all of them.
+int RsvTimeTbl_activateEntries(RsvTimeTbl *tbl, RsvEnt *const *ents, int count)
+{
+    if (!ents || count < 0) {
+        qob_errno = RSV_ERR_BAD_ARGUMENT;
+        return RSV_ERR_BAD_ARGUMENT;
+    }
+    bool stamping = false;
+    for (int i = 0; i < count; ++i) {
+        if (!ents[i]) {
+            qob_errno = RSV_ERR_BAD_ARGUMENT;
+            return RSV_ERR_BAD_ARGUMENT;
+        }
+        stamping = stamping || ents[i]->activeTime == 0;
+    }
+    if (!stamping || !tbl) {
+        for (int i = 0; i < count; ++i)
+            switchActive(nullptr, ents[i], true);
+        return RSV_OK;
+    }
+    rsv::Change change(tbl);
+    if (!change.started()) {
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return RSV_ERR_NO_MEMORY;
+    }
+    for (int i = 0; i < count; ++i)
+        if (ents[i]->activeTime == 0 && !change.keepEntry(ents[i])) {
+            qob_errno = RSV_ERR_NO_MEMORY;
+            return RSV_ERR_NO_MEMORY;
+        }
+    // An entry activated already keeps its stamp and only has its state set,
+    // as RsvTimeTbl_activate does; its state is put back by hand should the
+    // save fail, since only stamped entries are kept by the change.
+    std::vector<RsvEnt *> stateOnly;
+    try {
+        for (int i = 0; i < count; ++i)
+            if (ents[i]->activeTime != 0 && ents[i]->state != RSV_STATE_ACTIVE)
+                stateOnly.push_back(ents[i]);
+    } catch (const std::bad_alloc &) {
+        rsv::noteAllocationFailure();
+        qob_errno = RSV_ERR_NO_MEMORY;
+        return RSV_ERR_NO_MEMORY;
+    }
+    const time_t now = rsv::now();
+    for (int i = 0; i < count; ++i) {
+        if (ents[i]->activeTime == 0)
+            ents[i]->activeTime = now;
+        ents[i]->state = RSV_STATE_ACTIVE;
+    }
+    const int result = change.finish();
+    if (result != RSV_OK)
+        for (RsvEnt *ent : stateOnly)
+            ent->state = RSV_STATE_INACTIVE;
+    return result;
 }
 
 } // extern "C"

@@ -1138,6 +1138,16 @@ static void testTable(const Paths *p)
     CHECK_INT(ent->activeTime, 0);
     CHECK_INT(RsvTimeTbl_activate(tbl, NULL), RSV_ERR_BAD_ARGUMENT);
     CHECK_INT(RsvTimeTbl_deactivate(tbl, ent), RSV_OK);
+    {
+        /* Several at once: one change. */
+        RsvEnt *several[1];
+        several[0] = ent;
+        CHECK_INT(RsvTimeTbl_activateEntries(tbl, several, 1), RSV_OK);
+        CHECK_INT(ent->state, RSV_STATE_ACTIVE);
+        CHECK_INT(ent->activeTime, NOW);
+        CHECK_INT(RsvTimeTbl_activateEntries(tbl, NULL, 1), RSV_ERR_BAD_ARGUMENT);
+        CHECK_INT(RsvTimeTbl_deactivate(tbl, ent), RSV_OK);
+    }
 
     setJobRsvInActive(42, 5);
     CHECK_INT(job42.rsvFlags, 0x2);

@@ -313,6 +313,33 @@ TEST_F(DurableTest, FailedSaveOfEachChangeLeavesEntryAndPlanners)
     EXPECT_EQ(reloadedStateText(true), readFile(stateFile()));
 }
 
+TEST_F(DurableTest, SeveralActivationsAreOneChange)
+{
+    ASSERT_EQ(add("alice", 1, "hostA"), "alice#0");
+    ASSERT_EQ(add("bob", 1, "hostA"), "bob#0");
+    RsvEnt *ents[] = {RsvTimeTbl_getEntry(tbl, "alice#0"), RsvTimeTbl_getEntry(tbl, "bob#0")};
+    const std::string state = readFile(stateFile());
+    blockTemporary(stateFile());
+    EXPECT_EQ(RsvTimeTbl_activateEntries(tbl, ents, 2), RSV_ERR_NOT_SAVED);
+    EXPECT_EQ(qob_errno, RSV_ERR_NOT_SAVED);
+    for (RsvEnt *ent : ents) {
+        EXPECT_EQ(ent->activeTime, 0);
+        EXPECT_EQ(isRsvActive(ent), 0);
+    }
+    EXPECT_EQ(readFile(stateFile()), state);
+    unblockTemporary(stateFile());
+    EXPECT_EQ(RsvTimeTbl_activateEntries(tbl, ents, 2), RSV_OK);
+    for (RsvEnt *ent : ents) {
+        EXPECT_EQ(ent->activeTime, clock.now());
+        EXPECT_EQ(isRsvActive(ent), 1);
+    }
+    EXPECT_EQ(reloadedStateText(true), readFile(stateFile()));
+    RsvEnt *withNull[] = {ents[0], nullptr};
+    EXPECT_EQ(RsvTimeTbl_activateEntries(tbl, withNull, 2), RSV_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(RsvTimeTbl_activateEntries(tbl, nullptr, 1), RSV_ERR_BAD_ARGUMENT);
+    EXPECT_EQ(RsvTimeTbl_activateEntries(tbl, ents, 0), RSV_OK);
+}
+
 TEST_F(DurableTest, AStateChangeAloneWritesNothing)
 {
     ASSERT_EQ(add("alice", 4, "hostA"), "alice#0");

@@ -334,6 +334,36 @@ TEST_P(LifecycleTest, ChangesAreScheduledOneByOne)
     EXPECT_TRUE(names().empty());
 }
 
+// Instances that start at one moment are activated in one change, each
+// stamped and written, in queue order; an end due at the same step keeps
+// its place before them.
+TEST_P(LifecycleTest, InstancesStartingTogetherAreActivatedTogether)
+{
+    const time_t start = localTime(2023, 11, 1, 10, 0);
+    const time_t end = localTime(2023, 11, 1, 11, 0);
+    std::string before = addReservation(tbl, 0, "erin", 1, {"h1"}, oneOff(start - 3600, start));
+    std::vector<std::string> ids;
+    for (int i = 0; i < 3; ++i)
+        ids.push_back(addReservation(tbl, 0, "frank", 1, {"h0"}, oneOff(start, end)));
+    makeEngine();
+    startAt(clock.now());
+    EXPECT_EQ(stepAt(start - 3600), start);
+    events.clear();
+    EXPECT_EQ(stepAt(start), end);
+    EXPECT_EQ(names(), (std::vector<std::string>{"finished", "deactivated", "expired", "activated", "activated",
+                                                 "activated"}));
+    const std::string text = stateFileText();
+    for (const std::string &id : ids) {
+        RsvEnt *ent = RsvTimeTbl_getEntry(tbl, id.c_str());
+        ASSERT_NE(ent, nullptr) << id;
+        EXPECT_TRUE(isRsvActive(ent)) << id;
+        EXPECT_EQ(ent->activeTime, start) << id;
+        char *line = RsvEnt_ToString(ent);
+        EXPECT_NE(text.find(line), std::string::npos) << id;
+        std::free(line);
+    }
+}
+
 TEST_P(LifecycleTest, EarlyRemovalOfAnActiveReservationIsChargedToNow)
 {
     std::string id = activeThenFinishedEarly();

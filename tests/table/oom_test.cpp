@@ -502,6 +502,18 @@ TEST_P(OomTest, Activating)
               });
 }
 
+TEST_P(OomTest, ActivatingSeveralAtOnce)
+{
+    RsvEnt *ents[] = {entry("alice#0"), entry("bob#0")};
+    faultLoop([&](int n) { return byResult(during(n, [&] { return RsvTimeTbl_activateEntries(tbl.get(), ents, 2); })); },
+              [&] {
+                  for (const char *id : {"alice#0", "bob#0"}) {
+                      EXPECT_EQ(entry(id)->state, RSV_STATE_ACTIVE) << id;
+                      EXPECT_EQ(entry(id)->activeTime, localTime(2026, 2, 2, 9, 0)) << id;
+                  }
+              });
+}
+
 TEST_P(OomTest, Deactivating)
 {
     RsvEnt *ent = entry("alice#0");

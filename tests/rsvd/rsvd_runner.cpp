@@ -109,14 +109,28 @@ Daemon::Daemon(const std::string &stateDir, long long now, const std::vector<std
     ready_ = true;
 }
 
+void Daemon::readLogToEnd()
+{
+    char buf[4096];
+    for (ssize_t n; (n = read(logFd_, buf, sizeof buf)) > 0;)
+        log_.append(buf, static_cast<size_t>(n));
+}
+
+void Daemon::followLog()
+{
+    if (pid_ > 0 && !follower_.joinable())
+        follower_ = std::thread([this] { readLogToEnd(); });
+}
+
 int Daemon::stop(int signum)
 {
     if (pid_ <= 0)
         return -2;
     kill(pid_, signum);
-    char buf[4096];
-    for (ssize_t n; (n = read(logFd_, buf, sizeof buf)) > 0;)
-        log_.append(buf, static_cast<size_t>(n));
+    if (follower_.joinable())
+        follower_.join();
+    else
+        readLogToEnd();
     int status = 0;
     waitpid(pid_, &status, 0);
     pid_ = -1;

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -29,13 +30,20 @@ public:
     // signal ended it). The log read so far is in log().
     int stop(int signum = 15);
     const std::string &log() const { return log_; }
+    // From now on read the log in the background, so that an rsvd logging a
+    // line per change never blocks on a full pipe; log() is then only read
+    // after stop().
+    void followLog();
 
 private:
+    void readLogToEnd();
+
     pid_t pid_ = -1;
     int logFd_ = -1;
     bool ready_ = false;
     std::string socket_;
     std::string log_;
+    std::thread follower_;
 };
 
 // A connection to rsvd's socket, made as uid `uid` (and its primary group)

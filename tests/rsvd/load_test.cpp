@@ -20,6 +20,7 @@
 #include <set>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -234,7 +235,8 @@ public:
         kill.done();
     }
 
-    const std::vector<std::string> &problems() const { return problems_; }
+    // What went wrong since the last call.
+    std::vector<std::string> takeProblems() { return std::exchange(problems_, {}); }
     const Counts &counts() const { return counts_; }
     const std::map<std::string, Owned> &owned() const { return owned_; }
     const std::set<std::string> &everAdded() const { return everAdded_; }
@@ -410,6 +412,27 @@ private:
         return true;
     }
 
+    // A change, in flight until its reply comes: the reply, or nothing when
+    // the connection ended first.
+    std::optional<nlohmann::json> sendChange(rsvdtest::Client &client, KillSwitch &kill, const InFlight &flight,
+                                             const std::string &cmd, const std::vector<std::string> &args)
+    {
+        inFlight_ = flight;
+        auto reply = ask(client, cmd, args, kill);
+        if (!reply) {
+            ++counts_.unknown;
+            return std::nullopt;
+        }
+        inFlight_ = InFlight{};
+        if ((*reply)["status"] != 0) {
+            ++counts_.refused;
+        } else {
+            ++counts_.acknowledged;
+            kill.acknowledge();
+        }
+        return reply;
+    }
+
     bool add(rsvdtest::Client &client, KillSwitch &kill)
     {
         InFlight asked;
@@ -424,24 +447,17 @@ private:
         std::stringstream names(hosts);
         for (std::string name; std::getline(names, name, ',');)
             asked.target.hosts[name] = 0;
-        inFlight_ = asked;
-        auto reply = ask(client, "add",
-                         {"-u", owner_, "-n", std::to_string(asked.slots), "-m", hosts, "-b", "@" + std::to_string(begin),
-                          "-D", std::to_string(minutes) + "m", "-d", asked.target.description},
-                         kill);
-        if (!reply) {
-            ++counts_.unknown;
+        auto reply = sendChange(client, kill, asked, "add",
+                                {"-u", owner_, "-n", std::to_string(asked.slots), "-m", hosts, "-b",
+                                 "@" + std::to_string(begin), "-D", std::to_string(minutes) + "m", "-d",
+                                 asked.target.description});
+        if (!reply)
             return false;
-        }
-        inFlight_ = InFlight{};
         if ((*reply)["status"] != 0) {
-            ++counts_.refused;
             if ((*reply)["status"] != 2)
                 problem("add: " + reply->dump());
             return true;
         }
-        ++counts_.acknowledged;
-        kill.acknowledge();
         const std::string out = (*reply)["stdout"];
         Owned own = asked.target;
         own.id = out.substr(0, out.find('\n'));
@@ -457,48 +473,37 @@ private:
 
     bool del(rsvdtest::Client &client, KillSwitch &kill)
     {
-        const Owned own = *randomOwned();
-        inFlight_.kind = InFlight::Del;
-        inFlight_.target = own;
-        auto reply = ask(client, "del", {own.id}, kill);
-        if (!reply) {
-            ++counts_.unknown;
+        InFlight flight;
+        flight.kind = InFlight::Del;
+        flight.target = *randomOwned();
+        const std::string id = flight.target.id;
+        auto reply = sendChange(client, kill, flight, "del", {id});
+        if (!reply)
             return false;
-        }
-        inFlight_ = InFlight{};
         if ((*reply)["status"] != 0) {
-            ++counts_.refused;
-            problem("del " + own.id + ": " + reply->dump());
+            problem("del " + id + ": " + reply->dump());
             return true;
         }
-        ++counts_.acknowledged;
-        kill.acknowledge();
-        owned_.erase(own.id);
-        deleted_.push_back(own.id);
+        owned_.erase(id);
+        deleted_.push_back(id);
         return true;
     }
 
     bool mod(rsvdtest::Client &client, KillSwitch &kill)
     {
-        const Owned own = *randomOwned();
-        const std::string text = "w" + std::to_string(index_) + " mod " + std::to_string(++serial_);
-        inFlight_.kind = InFlight::Mod;
-        inFlight_.target = own;
-        inFlight_.description = text;
-        auto reply = ask(client, "mod", {own.id, "--description", text}, kill);
-        if (!reply) {
-            ++counts_.unknown;
+        InFlight flight;
+        flight.kind = InFlight::Mod;
+        flight.target = *randomOwned();
+        flight.description = "w" + std::to_string(index_) + " mod " + std::to_string(++serial_);
+        const std::string id = flight.target.id;
+        auto reply = sendChange(client, kill, flight, "mod", {id, "--description", flight.description});
+        if (!reply)
             return false;
-        }
-        inFlight_ = InFlight{};
         if ((*reply)["status"] != 0) {
-            ++counts_.refused;
-            problem("mod " + own.id + ": " + reply->dump());
+            problem("mod " + id + ": " + reply->dump());
             return true;
         }
-        ++counts_.acknowledged;
-        kill.acknowledge();
-        owned_[own.id].description = text;
+        owned_[id].description = flight.description;
         return true;
     }
 
@@ -626,17 +631,21 @@ protected:
         for (const auto &[id, rsv] : actual) {
             if (initial.windows.count(id) || ownerOf.count(id))
                 continue;
+            if (everAdded.count(id)) {
+                ADD_FAILURE() << "acknowledged delete undone: " << describe(rsv);
+                continue;
+            }
+            const std::map<std::string, int> hosts = jsonHosts(rsv);
             Worker *claimant = nullptr;
             for (auto &worker : workers) {
                 const InFlight &flight = worker->inFlight();
-                std::map<std::string, int> hosts = jsonHosts(rsv);
                 bool onAsked = !hosts.empty();
                 int total = 0;
                 for (const auto &[host, slots] : hosts) {
                     onAsked = onAsked && flight.target.hosts.count(host);
                     total += slots;
                 }
-                if (flight.kind == InFlight::Add && !everAdded.count(id) && rsv["owner"] == owner &&
+                if (flight.kind == InFlight::Add && rsv["owner"] == owner &&
                     rsv["window"] == flight.target.window && rsv["description"] == flight.target.description &&
                     onAsked && total == flight.slots) {
                     claimant = worker.get();
@@ -649,7 +658,7 @@ protected:
             }
             Owned own = claimant->inFlight().target;
             own.id = id;
-            own.hosts = jsonHosts(rsv);
+            own.hosts = hosts;
             claimant->adopt(own);
             claimant->inFlight() = InFlight{};
         }
@@ -684,7 +693,7 @@ protected:
     void expectNoProblems()
     {
         for (const auto &worker : workers)
-            for (const std::string &text : worker->problems())
+            for (const std::string &text : worker->takeProblems())
                 ADD_FAILURE() << text;
     }
 

@@ -121,8 +121,9 @@ Initial initialTable(long long now)
             hosts = i % 3 == 0 ? "2 0 " + first + " " + hostName((h + 100) % kHosts) + " " + std::to_string(1 + i % 4)
                                : "1 0 " + first;
         }
-        initial.stateText += "9.11 " + std::to_string(now) + " " + std::to_string(options) + " " + id + " " + owner +
-                             " " + window + " " + hosts + " loader \"initial\" 0 0\n";
+        initial.stateText += std::string(RSV_FORMAT_VERSION) + " " + std::to_string(now) + " " +
+                             std::to_string(options) + " " + id + " " + owner + " " + window + " " + hosts +
+                             " loader \"initial\" 0 0\n";
         initial.windows[id] = window;
     }
     return initial;

@@ -605,19 +605,23 @@ protected:
             for (const auto &[id, own] : owned) {
                 auto found = actual.find(id);
                 if (found == actual.end()) {
-                    if (flight.kind == InFlight::Del && flight.target.id == id)
+                    if (flight.kind == InFlight::Del && flight.target.id == id) {
                         worker->forget(id);
-                    else
+                        ++inFlightLanded;
+                    } else {
                         ADD_FAILURE() << "acknowledged " << id << " is lost";
+                    }
                     continue;
                 }
                 const nlohmann::json &rsv = found->second;
                 const std::string description =
                     rsv["description"].is_string() ? rsv["description"].get<std::string>() : "";
-                if (flight.kind == InFlight::Mod && flight.target.id == id && description == flight.description)
+                if (flight.kind == InFlight::Mod && flight.target.id == id && description == flight.description) {
                     worker->setDescription(id, description);
-                else
+                    ++inFlightLanded;
+                } else {
                     EXPECT_EQ(description, own.description) << describe(rsv);
+                }
                 EXPECT_EQ(rsv["window"], own.window) << describe(rsv);
                 EXPECT_EQ(jsonHosts(rsv), own.hosts) << describe(rsv);
                 // show tells the same as the listing; one in a few is asked,
@@ -661,6 +665,7 @@ protected:
             own.id = id;
             own.hosts = hosts;
             claimant->adopt(own);
+            ++inFlightLanded;
             claimant->inFlight() = InFlight{};
         }
         for (auto &worker : workers)
@@ -687,6 +692,7 @@ protected:
         }
         return "seed " + std::to_string(seed) + ": changes acknowledged " + std::to_string(all.acknowledged) +
                ", refused " + std::to_string(all.refused) + ", in flight at the kill " + std::to_string(all.unknown) +
+               " (landed " + std::to_string(inFlightLanded) + ")" +
                ", reads " + std::to_string(all.reads) + "; killed after change " + std::to_string(killedAfter) +
                " at request " + std::to_string(killedAtRequest);
     }
@@ -711,6 +717,7 @@ protected:
     int killAfter = 0;
     int killedAtRequest = -1;
     int killedAfter = -1;
+    int inFlightLanded = 0;
 };
 
 TEST_F(RsvdLoad, AcknowledgedChangesOutliveAKillUnderLoad)

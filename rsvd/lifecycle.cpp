@@ -416,6 +416,9 @@ struct Lifecycle::Impl {
         schedule(id, Due{d.instEnd, Kind::End, d.instStart, d.instEnd});
     }
 
+    // The first time anything is due: the queue's first event or the trim.
+    time_t earliest() const { return queue.empty() ? nextTrim : std::min(queue.begin()->first, nextTrim); }
+
     // Instances that start together (the queue's consecutive starts) are
     // activated in one change with one save: a hundred daily reservations
     // starting at 08:00 cost one rewrite of the state file, not a hundred.
@@ -601,9 +604,9 @@ time_t Lifecycle::step(time_t now)
             continue;
         }
         if (!starting.empty()) {
+            // Their ends and retries all come after now: `id` stays first.
             m.beginAll(starting, now);
             starting.clear();
-            continue;  // the queue's first event may have changed
         }
         m.run(id, d, now);
         auto it = m.due.find(id);
@@ -616,7 +619,7 @@ time_t Lifecycle::step(time_t now)
     if (!starting.empty())
         m.beginAll(starting, now);
     m.trimIfDue(now);
-    m.next = m.queue.empty() ? m.nextTrim : std::min(m.queue.begin()->first, m.nextTrim);
+    m.next = m.earliest();
     if (m.next <= now)
         m.next = now + 1;
     return m.next;
@@ -664,9 +667,7 @@ time_t Lifecycle::nextDue() const
     // From the queue, not from the last step: a change since may have made
     // something due sooner.
     const Impl &m = *impl_;
-    if (m.nextTrim == 0)
-        return m.next;
-    return m.queue.empty() ? m.nextTrim : std::min(m.queue.begin()->first, m.nextTrim);
+    return m.nextTrim == 0 ? m.next : m.earliest();
 }
 
 size_t Lifecycle::scheduled() const

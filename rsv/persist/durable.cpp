@@ -216,22 +216,17 @@ int RsvTimeTbl_saveDurably(RsvTimeTbl *tbl, const std::vector<const RsvEnt *> *s
         return RSV_ERR_NO_MEMORY;
     Target targets[2];
     int count = 0;
-    const int error = buildTargets(tbl, skip, settings->stateText, targets, count);
-    if (error == RSV_OK) {
-        Failure f;
-        bool ok = writeTemporaries(targets, count, f);
-        if (ok)
-            noteMissingFiles(*settings, targets, count);
-        ok = ok && renameTargets(targets, count, f, replaced);
-        ok = ok && syncDirectories(targets, count, f);
-        settings->stateText.swap(targets[count - 1].text);
-        return recordOutcome(*settings, ok, f);
-    }
-    // Whatever room the text had is kept for the next save.
-    for (Target &t : targets)
-        if (t.text.capacity() > settings->stateText.capacity())
-            settings->stateText.swap(t.text);
-    return error;
+    // Out of memory, the text's room goes with the targets.
+    if (int error = buildTargets(tbl, skip, settings->stateText, targets, count))
+        return error;
+    Failure f;
+    bool ok = writeTemporaries(targets, count, f);
+    if (ok)
+        noteMissingFiles(*settings, targets, count);
+    ok = ok && renameTargets(targets, count, f, replaced);
+    ok = ok && syncDirectories(targets, count, f);
+    settings->stateText.swap(targets[count - 1].text);
+    return recordOutcome(*settings, ok, f);
 }
 
 } // namespace rsv

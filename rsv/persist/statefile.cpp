@@ -101,14 +101,11 @@ const std::vector<HashEnt *> &entryOrder(RsvTimeTbl *tbl, std::vector<HashEnt *>
     TableSettings *settings = tableSettings(tbl, false);
     std::vector<HashEnt *> &order = settings ? settings->order : walked;
     HashEnt *he = tbl->entries.first;
-    if (settings && settings->orderStamp == tbl->entries.delStamp && settings->orderStamp != 0 &&
-        (settings->orderLast || order.empty())) {
+    // orderLast is NULL exactly when the list is empty.
+    if (settings && settings->orderStamp != 0 && settings->orderStamp == tbl->entries.delStamp)
         he = settings->orderLast ? settings->orderLast->orderNext : tbl->entries.first;
-    } else {
+    else
         order.clear();
-        if (settings)
-            settings->orderLast = nullptr;
-    }
     order.reserve(static_cast<size_t>(h_numEnts_(&tbl->entries)));
     for (; he; he = he->orderNext)
         order.push_back(he);

@@ -1,9 +1,6 @@
 // activation.cpp: a reservation's instance starting and ending. The first
 // activation stamps activeTime and the end clears it; both are changes of the
 // table, written to its files (all or nothing in durable mode).
-#include <new>
-#include <vector>
-
 #include "rsv_internal.h"
 #include "table/change.h"
 
@@ -94,35 +91,20 @@ int RsvTimeTbl_activateEntries(RsvTimeTbl *tbl, RsvEnt *const *ents, int count)
         qob_errno = RSV_ERR_NO_MEMORY;
         return RSV_ERR_NO_MEMORY;
     }
+    // Every entry is kept, those only changing state too, so that a failed
+    // save puts back each one as it was.
     for (int i = 0; i < count; ++i)
-        if (ents[i]->activeTime == 0 && !change.keepEntry(ents[i])) {
+        if (!change.keepEntry(ents[i])) {
             qob_errno = RSV_ERR_NO_MEMORY;
             return RSV_ERR_NO_MEMORY;
         }
-    // An entry activated already keeps its stamp and only has its state set,
-    // as RsvTimeTbl_activate does; its state is put back by hand should the
-    // save fail, since only stamped entries are kept by the change.
-    std::vector<RsvEnt *> stateOnly;
-    try {
-        for (int i = 0; i < count; ++i)
-            if (ents[i]->activeTime != 0 && ents[i]->state != RSV_STATE_ACTIVE)
-                stateOnly.push_back(ents[i]);
-    } catch (const std::bad_alloc &) {
-        rsv::noteAllocationFailure();
-        qob_errno = RSV_ERR_NO_MEMORY;
-        return RSV_ERR_NO_MEMORY;
-    }
     const time_t now = rsv::now();
     for (int i = 0; i < count; ++i) {
         if (ents[i]->activeTime == 0)
             ents[i]->activeTime = now;
         ents[i]->state = RSV_STATE_ACTIVE;
     }
-    const int result = change.finish();
-    if (result != RSV_OK)
-        for (RsvEnt *ent : stateOnly)
-            ent->state = RSV_STATE_INACTIVE;
-    return result;
+    return change.finish();
 }
 
 } // extern "C"

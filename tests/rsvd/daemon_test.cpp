@@ -33,6 +33,12 @@ bool logged(const std::string &log, const std::vector<std::string> &words)
     return false;
 }
 
+// Moves a --test-clock rsvd's clock to `now`; its status reply.
+nlohmann::json setClock(rsvdtest::Client &client, long long now)
+{
+    return client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", now}});
+}
+
 class Rsvd : public ::testing::Test {
 protected:
     void SetUp() override
@@ -337,10 +343,10 @@ TEST_F(Rsvd, ActivatesEndsAndCatchesUpAfterARestart)
         rsvdtest::Client client(daemon.socket());
         EXPECT_EQ(client.command("add", {"-u", "root", "-n", "2", "-m", "alpha", "-b", "+1h", "-D", "1h"})["status"], 0);
         EXPECT_EQ(client.command("add", {"-u", "root", "-n", "2", "-m", "beta", "-b", "+3h", "-D", "1h"})["status"], 0);
-        nlohmann::json r = client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", kNow + 5400}});
+        nlohmann::json r = setClock(client, kNow + 5400);
         EXPECT_EQ(r["clock"], kNow + 5400);
         EXPECT_FALSE(rsvtest::fileExists(finishLog) && rsvtest::readFile(finishLog).find("root#0") != std::string::npos);
-        r = client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", kNow + 7300}});
+        r = setClock(client, kNow + 7300);
         EXPECT_NE(rsvtest::readFile(finishLog).find("root#0"), std::string::npos);
         EXPECT_EQ(daemon.stop(), 0);
     }
@@ -364,8 +370,8 @@ TEST_F(Rsvd, DeletingARunningReservationWritesItsFinishRecordFirst)
     ASSERT_TRUE(daemon.ready()) << daemon.log();
     rsvdtest::Client client(daemon.socket());
     ASSERT_EQ(client.command("add", {"-u", "root", "-n", "2", "-m", "alpha", "-b", "+1h", "-D", "2h"})["status"], 0);
-    client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", kNow + 3600}});
-    client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", kNow + 3600 + 1800}});
+    setClock(client, kNow + 3600);
+    setClock(client, kNow + 3600 + 1800);
     nlohmann::json r = client.command("show", {"--json", "root#0"});
     EXPECT_EQ(r["json"]["state"], "active") << r.dump();
     r = client.command("del", {"root#0"});
@@ -376,8 +382,29 @@ TEST_F(Rsvd, DeletingARunningReservationWritesItsFinishRecordFirst)
     EXPECT_EQ(record["rsvId"], "root#0") << records[0];
     EXPECT_EQ(record["activeDuration"], 1800) << records[0];
     // Past its planned end nothing more is written for it.
-    client.ask({{"v", 1}, {"cmd", "rsvd.clock"}, {"set", kNow + 4 * 3600}});
+    setClock(client, kNow + 4 * 3600);
     EXPECT_EQ(rsvctltest::lines(rsvtest::readFile(finishLog)).size(), 1u);
+    EXPECT_EQ(daemon.stop(), 0);
+}
+
+// When the finish record of a running reservation cannot be written, its
+// deletion is refused and nothing changes: its use would never be counted.
+TEST_F(Rsvd, ARunningReservationIsNotDeletedWithoutItsFinishRecord)
+{
+    const std::string finishLog = state + "/missing/rsv.finish";
+    rsvdtest::Daemon daemon(state, kNow, {"--finish-log", finishLog});
+    ASSERT_TRUE(daemon.ready()) << daemon.log();
+    rsvdtest::Client client(daemon.socket());
+    ASSERT_EQ(client.command("add", {"-u", "root", "-n", "2", "-m", "alpha", "-b", "+1h", "-D", "2h"})["status"], 0);
+    setClock(client, kNow + 3600);
+    const std::string stateText = rsvtest::readFile(state + "/rsv.state");
+    nlohmann::json r = client.command("del", {"root#0"});
+    EXPECT_EQ(r["status"], 3) << r.dump();
+    EXPECT_EQ(r["stderr"], "rsvctl: root#0 is running and its finish record could not be written to " + finishLog +
+                               "; nothing deleted\n");
+    EXPECT_EQ(rsvtest::readFile(state + "/rsv.state"), stateText);
+    r = client.command("show", {"--json", "root#0"});
+    EXPECT_EQ(r["json"]["state"], "active") << r.dump();
     EXPECT_EQ(daemon.stop(), 0);
 }
 
